@@ -1,0 +1,25 @@
+/**
+ * @file qorapi.h
+ * What every public header stands on: the export macro, the helpers for C linkage, the version.
+ * Compiles as C11 and as C++17.
+ */
+#pragma once
+
+#define QORMON3_VERSION_MAJOR 3
+#define QORMON3_VERSION_MINOR 0
+#define QORMON3_VERSION_PATCH 0
+
+/** Marks a declaration that the shared library exports; everything without it stays hidden. */
+#define QOR_API __attribute__((visibility("default")))
+
+/** Lets the compiler check the arguments of a printf-like function against its format. */
+#define QOR_PRINTF(formatIndex, firstArgument)                                                     \
+    __attribute__((format(printf, formatIndex, firstArgument)))
+
+#if defined(__cplusplus)
+#define QOR_BEGIN_C extern "C" {
+#define QOR_END_C }
+#else
+#define QOR_BEGIN_C
+#define QOR_END_C
+#endif
