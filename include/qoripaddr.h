@@ -206,7 +206,4 @@ public:
     unsigned int length;       /**< 0 unset, 4 IPv4, 16 IPv6 */
     char* text;                /**< GetStr's 64 bytes, owned by the object; null before */
     /** @} */
-
-private:
-    bool setBytes(const unsigned char* bytes, unsigned int count);
 };

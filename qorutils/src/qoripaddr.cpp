@@ -36,6 +36,13 @@ unsigned int hostOrder(const unsigned char* bytes) {
            static_cast<unsigned int>(bytes[2]) << 8 | bytes[3];
 }
 
+// The bytes may be the object's own.
+void setBytes(QorIpAddr& addr, const unsigned char* bytes, unsigned int count) {
+    memmove(addr.address, bytes, count);
+    memset(addr.address + count, 0, sizeof addr.address - count);
+    addr.length = count;
+}
+
 // How many of the 16 bytes the length covers: it may be anything, since it is taken unchecked.
 std::size_t usedBytes(const QorIpAddr& addr) {
     return std::min(addr.length, ipV6Bytes);
@@ -108,14 +115,6 @@ QorIpAddr::~QorIpAddr() {
     free(text);
 }
 
-// The bytes may be the object's own.
-bool QorIpAddr::setBytes(const unsigned char* bytes, unsigned int count) {
-    memmove(address, bytes, count);
-    memset(address + count, 0, sizeof address - count);
-    length = count;
-    return true;
-}
-
 bool QorIpAddr::SetIpAddr(const char* addressText) {
     return SetIpV4Addr(addressText) || SetIpV6Addr(addressText);
 }
@@ -143,7 +142,8 @@ bool QorIpAddr::SetIpAddrFromData(const unsigned char* bytes, unsigned int len) 
         Clear();
         return false;
     }
-    return setBytes(bytes, len);
+    setBytes(*this, bytes, len);
+    return true;
 }
 
 bool QorIpAddr::SetIpAddrFromMif(const unsigned char* value, unsigned int len) {
@@ -159,27 +159,32 @@ bool QorIpAddr::SetIpAddrFromMifV4(const unsigned char* value, unsigned int len)
         return false;
     }
     const unsigned char bytes[ipV4Bytes] = {value[3], value[2], value[1], value[0]};
-    return setBytes(bytes, ipV4Bytes);
+    setBytes(*this, bytes, ipV4Bytes);
+    return true;
 }
 
 bool QorIpAddr::SetIpAddrFromMifV6(const unsigned char* value, unsigned int len) {
-    return value != nullptr && len == ipV6Bytes && setBytes(value, ipV6Bytes);
+    if (value == nullptr || len != ipV6Bytes) {
+        return false;
+    }
+    setBytes(*this, value, ipV6Bytes);
+    return true;
 }
 
 void QorIpAddr::SetAnyHostV4() {
-    setBytes(anyHost, ipV4Bytes);
+    setBytes(*this, anyHost, ipV4Bytes);
 }
 
 void QorIpAddr::SetAnyHostV6() {
-    setBytes(anyHost, ipV6Bytes);
+    setBytes(*this, anyHost, ipV6Bytes);
 }
 
 void QorIpAddr::SetLocalHostV4() {
-    setBytes(localHostV4, ipV4Bytes);
+    setBytes(*this, localHostV4, ipV4Bytes);
 }
 
 void QorIpAddr::SetLocalHostV6() {
-    setBytes(localHostV6, ipV6Bytes);
+    setBytes(*this, localHostV6, ipV6Bytes);
 }
 
 bool QorIpAddr::SetFromSockAddr(const sockaddr_storage* sa) {
@@ -210,7 +215,8 @@ bool QorIpAddr::operator=(unsigned int hostOrder) {
     const unsigned char bytes[ipV4Bytes] = {
         static_cast<unsigned char>(hostOrder >> 24), static_cast<unsigned char>(hostOrder >> 16),
         static_cast<unsigned char>(hostOrder >> 8), static_cast<unsigned char>(hostOrder)};
-    return setBytes(bytes, ipV4Bytes);
+    setBytes(*this, bytes, ipV4Bytes);
+    return true;
 }
 
 QorIpAddr& QorIpAddr::operator=(const QorIpAddr& other) {

@@ -1,0 +1,172 @@
+/**
+ * @file mif32.h
+ * Mif32: a growable buffer of tagged entries, in which modules exchange structured records.
+ *
+ * A message is a sequence of entries without header, padding or alignment: a 16-bit identifier, a
+ * 16-bit length and the value, numbers little-endian. The identifier 0xFFFF alone, without length
+ * and value, marks the end. docs/mif32-format.md describes the format with an example.
+ *
+ * A Mif32 is used by one thread at a time. Nothing throws and nothing is logged: failures are
+ * false results, and then the message is unchanged.
+ */
+#pragma once
+
+#include "qorapi.h"
+
+#include <string>
+
+class QorIpAddr;
+
+/**
+ * One message and its memory.
+ *
+ * The memory is either owned (heap memory that grows on demand, overwritten with zeros before the
+ * object gives it up at its end) or external (the caller's, see SetExternalMem; never grown, wiped
+ * or freed).
+ */
+class QOR_API Mif32 {
+public:
+    /** No buffer, all fields zero. */
+    Mif32();
+    /** Starts empty and calls SetData. */
+    Mif32(const unsigned char* bytes, unsigned int len);
+    /**
+     * Copies fields and flags. Owned memory is duplicated with its whole allocated length; external
+     * memory is shared, so that both objects append to the same bytes. Where memory is short the
+     * copy is empty and `allocationFailed` is set.
+     */
+    Mif32(const Mif32& other);
+    /** Overwrites owned memory with zeros and frees it. */
+    ~Mif32();
+
+    /** Frees owned memory, then copies as the copy constructor does. */
+    Mif32& operator=(const Mif32& other);
+
+    /** @name Memory @{ */
+
+    /**
+     * Replaces the message by a copy of `len` bytes, in owned memory of exactly that size. Null or
+     * a `len` of 0 leaves no buffer and clears all fields. The current buffer's own address changes
+     * nothing.
+     * @return false where memory is short: no buffer then, `allocationFailed` set, and the length
+     *         fields as they were
+     */
+    bool SetData(const unsigned char* bytes, unsigned int len);
+    /** The same for characters. */
+    bool SetData(const char* bytes, unsigned int len);
+
+    /** Replaces the message by an empty one in owned memory of `size` bytes, which are not cleared.
+     * False for external memory, which stays, and where memory is short: no buffer then. */
+    bool Alloc(unsigned short size);
+
+    /**
+     * Makes room for `extra` bytes behind the message. Owned memory that is too small is
+     * reallocated to 1,000 bytes more than are needed; external memory never grows.
+     * @return false where the room can't be had; buffer and allocated length are unchanged, and for
+     *         owned memory `allocationFailed` is set
+     */
+    bool CheckSize(unsigned int extra);
+
+    /**
+     * Works in the caller's memory from now on and frees owned memory.
+     * @param buf stays the caller's and must outlive its use here
+     * @param allocLen size of `buf` in bytes
+     * @param usedLen length of the message in it; a length beyond `allocLen` leaves no room
+     * @return false, with nothing changed, for null or an `allocLen` of 0
+     */
+    bool SetExternalMem(unsigned char* buf, unsigned int allocLen, unsigned int usedLen);
+
+    /** True when the memory is the caller's; `freeBytes`, unless null, then receives the room left
+     * in it. */
+    bool IsExternalMem(unsigned int* freeBytes) const;
+
+    /** Owned memory: empties the message, overwrites the whole allocation with zeros and keeps it.
+     * External memory: forgets it untouched, so that there is no buffer. */
+    void ClearBuffer();
+
+    /** @} */
+    /**
+     * @name Adding entries
+     * Each appends one entry; false where there is no room, for a null pointer, and for a value
+     * under identifier 0xFFFF. A source inside the message itself is allowed.
+     * @{
+     */
+
+    /** Any value. With identifier 0xFFFF and length 0 the two bytes of the end marker. */
+    bool Add(unsigned short id, const unsigned char* value, unsigned short len);
+
+    /** 4 bytes, 0 or 1. */
+    bool AddBool(unsigned short id, bool value);
+    /** 4 bytes. */
+    bool AddInt(unsigned short id, unsigned int value);
+    /** 8 bytes for a value above 0xFFFFFFFF, otherwise 4. */
+    bool AddInt64(unsigned short id, unsigned long long value);
+    /** 4 bytes: the low 32 bits. */
+    bool AddTime(unsigned short id, long value);
+    /** The characters without terminator; their number is taken modulo 65,536, so that 65,536
+     * characters add an empty entry. */
+    bool AddStr(unsigned short id, const char* value);
+    /** The characters up to the first zero byte, as above. */
+    bool AddStr(unsigned short id, const std::string& value);
+    /** Raw bytes; `len` is taken modulo 65,536. */
+    bool AddBin(unsigned short id, const unsigned char* value, unsigned int len);
+    /** 4 bytes: QorIpAddr::GetIpV4Addr, 0 for an address without an IPv4 form. */
+    bool AddIpAddrV4(unsigned short id, const QorIpAddr* value);
+    /** 16 bytes in network order for IPv6, as AddIpAddrV4 for IPv4, an empty entry when unset. */
+    bool AddIpAddr(unsigned short id, const QorIpAddr* value);
+
+    /** @} */
+    /**
+     * @name Appending raw bytes
+     * Without identifier and length; numbers little-endian. False where there is no room and for a
+     * null pointer.
+     * @{
+     */
+    bool RawAddByte(unsigned char value);
+    bool RawAddWord(unsigned short value);
+    bool RawAddDWord(unsigned int value);
+    bool RawAddLDWord(unsigned long long value);
+    bool RawAddBin(const unsigned char* value, unsigned int len);
+    /** The characters without terminator. */
+    bool RawAddStr(const char* value);
+
+    /** @} */
+    /** @name End marker @{ */
+
+    /** Appends the end marker unless the message has it already. False where there is no room, and
+     * where a marker stands inside the message with data behind it. */
+    bool AddEndKz();
+    /** Removes the end marker; false, with nothing changed, where the entries do not end with
+     * one. */
+    bool DelEndKz();
+
+    /** @} */
+    /** @name Access @{ */
+
+    /** The message's bytes, valid until the next change; null when there is no buffer. */
+    unsigned char* GetData();
+    const unsigned char* GetData() const;
+    /** Bytes in use. */
+    unsigned int GetLen() const;
+    /** Bytes available at GetData. */
+    unsigned int GetAllocLen() const;
+    /** Sets the bytes in use; not compared with the allocation. */
+    void SetLen(unsigned short len);
+
+    /** Writes the length and at most the first 65,535 bytes in hexadecimal to standard output. */
+    void Print() const;
+
+    /** @} */
+    /** @name Fields, in fixed order. For reading; changing is done by the operations. @{ */
+    unsigned char* data;            /**< null when there is no buffer */
+    unsigned int length;            /**< bytes in use */
+    unsigned int allocatedLength;   /**< bytes available at `data` */
+    unsigned char allocationFailed; /**< 1 once memory was short, until SetData with no data or
+                                         SetExternalMem clears it */
+    unsigned char externalMemory;   /**< 1 when `data` is the caller's */
+    /** @} */
+
+private:
+    /** The length as far as there is memory for it: SetLen and SetExternalMem take any. */
+    unsigned int readableLength() const;
+};

@@ -1,0 +1,100 @@
+// The format of a message, known here and nowhere else: entries end to end, each a 16-bit
+// identifier, a 16-bit length and the value, all numbers little-endian; the identifier 0xFFFF
+// alone marks the end. docs/mif32-format.md describes it for people.
+//
+// Offsets and lengths are size_t here, so that sums of the 32-bit ones that come from outside do
+// not wrap.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace mif32wire {
+
+constexpr unsigned int idBytes = 2;
+constexpr unsigned int headerBytes = 4;
+constexpr std::uint16_t endMarkerId = 0xFFFF;
+
+// ---- Numbers ----
+
+// Compilers make one instruction of these loops where the machine's own order is the same.
+template <typename Number>
+Number load(const unsigned char* bytes) {
+    Number value = 0;
+    for (std::size_t i = 0; i < sizeof value; ++i) {
+        value = static_cast<Number>(value | static_cast<Number>(bytes[i]) << (8 * i));
+    }
+    return value;
+}
+
+template <typename Number>
+void store(unsigned char* bytes, Number value) {
+    for (std::size_t i = 0; i < sizeof value; ++i) {
+        bytes[i] = static_cast<unsigned char>(value >> (8 * i));
+    }
+}
+
+// ---- Entries ----
+
+// An entry as its header describes it: a truncated message may end before the value does.
+struct Entry {
+    std::uint16_t id;
+    std::size_t valueOffset;
+    std::size_t valueLength;
+
+    std::size_t end() const {
+        return valueOffset + valueLength;
+    }
+    bool isEndMarker() const {
+        return id == endMarkerId;
+    }
+};
+
+// Reads the header at `offset`; false where fewer than 4 bytes are left there, so that neither an
+// entry nor a marker at the very end is seen. The two bytes behind a marker's identifier mean
+// nothing and are given as its length.
+inline bool readEntry(const unsigned char* message, std::size_t length, std::size_t offset,
+                      Entry& entry) {
+    if (offset > length || length - offset < headerBytes) {
+        return false;
+    }
+    entry.id = load<std::uint16_t>(message + offset);
+    entry.valueOffset = offset + headerBytes;
+    entry.valueLength = load<std::uint16_t>(message + offset + idBytes);
+    return true;
+}
+
+inline bool isEndMarkerAt(const unsigned char* message, std::size_t length, std::size_t offset) {
+    return offset <= length && length - offset >= idBytes &&
+           load<std::uint16_t>(message + offset) == endMarkerId;
+}
+
+inline void writeHeader(unsigned char* header, std::uint16_t id, std::uint16_t valueLength) {
+    store(header, id);
+    store(header + idBytes, valueLength);
+}
+
+// Finds the n-th entry with an identifier (`occurrence` counts from 1), never one that reaches
+// beyond the message. The end marker and a truncated entry end the search.
+//
+// `minimumRest` is how many bytes must follow a header for it to be looked at: 0, or 1 for the
+// readers that overlook a header which ends the message.
+inline bool findEntry(const unsigned char* message, std::size_t length, std::uint16_t id,
+                      unsigned int occurrence, Entry& entry, std::size_t minimumRest = 0) {
+    std::size_t offset = 0;
+    unsigned int seen = 0;
+    while (readEntry(message, length, offset, entry)) {
+        if (length - entry.valueOffset < minimumRest || entry.isEndMarker() ||
+            entry.end() > length) {
+            return false;
+        }
+        if (entry.id == id && ++seen == occurrence) {
+            return true;
+        }
+        offset = entry.end();
+    }
+    return false;
+}
+
+} // namespace mif32wire
