@@ -69,53 +69,110 @@ void copyFields(Mif32& mif, const Mif32& other) {
     mif.externalMemory = other.externalMemory;
 }
 
-// Lengthens the message and returns where the new bytes go; null where there is no room.
+// Lengthens the message, which has the room, and returns where the new bytes go.
 inline unsigned char* extend(Mif32& mif, unsigned int count) {
-    if (!hasRoom(mif, count) && !mif.CheckSize(count)) {
-        return nullptr;
-    }
     unsigned char* const end = mif.data + mif.length;
     mif.length += count;
     return end;
 }
 
-// The same for bytes that are copied from `source`, which follows the buffer where it lies in it
-// and the buffer moves.
-inline unsigned char* extendFrom(Mif32& mif, unsigned int count, const unsigned char*& source) {
-    if (hasRoom(mif, count)) {
-        return extend(mif, count);
-    }
+// Makes room and follows `source`, which moves along where it lies in the buffer itself.
+bool growUnder(Mif32& mif, unsigned int count, const unsigned char*& source) {
     const std::uintptr_t offset =
         reinterpret_cast<std::uintptr_t>(source) - reinterpret_cast<std::uintptr_t>(mif.data);
     const bool inside = mif.data != nullptr && offset < mif.allocatedLength;
-    unsigned char* const end = extend(mif, count);
+    if (!mif.CheckSize(count)) {
+        return false;
+    }
     if (inside) {
         source = mif.data + offset;
     }
-    return end;
+    return true;
 }
+
+// Copies between one and two times the size of a Half.
+template <typename Half>
+inline void copyHalves(unsigned char* to, const unsigned char* from, std::size_t count) {
+    Half first;
+    Half last;
+    memcpy(&first, from, sizeof first);
+    memcpy(&last, from + count - sizeof last, sizeof last);
+    memcpy(to, &first, sizeof first);
+    memcpy(to + count - sizeof last, &last, sizeof last);
+}
+
+// Copies a value, which may overlap its destination. Most values are short: both halves of one are
+// loaded before either is stored, in a few instructions and without a call.
+inline void copyValue(unsigned char* to, const unsigned char* from, std::size_t count) {
+    struct Half {
+        std::uint64_t low;
+        std::uint64_t high;
+    };
+    if (count < 8 || count > 2 * sizeof(Half)) {
+        memmove(to, from, count);
+    } else if (count <= sizeof(Half)) {
+        copyHalves<std::uint64_t>(to, from, count);
+    } else {
+        copyHalves<Half>(to, from, count);
+    }
+}
+
+// The adders proper come in pairs: the first, which is nearly always enough, is left to itself by
+// the compiler as long as the second, which grows the buffer and starts over, is not inlined.
+
+template <typename Number>
+bool growAndAddNumber(Mif32& mif, unsigned short id, Number value);
 
 template <typename Number>
 inline bool addNumber(Mif32& mif, unsigned short id, Number value) {
+    constexpr unsigned int size = mif32wire::headerBytes + sizeof value;
     if (id == mif32wire::endMarkerId) {
         return false;
     }
-    unsigned char* const header = extend(mif, mif32wire::headerBytes + sizeof value);
-    if (header == nullptr) {
-        return false;
+    if (!hasRoom(mif, size)) {
+        return growAndAddNumber(mif, id, value);
     }
+    unsigned char* const header = extend(mif, size);
     mif32wire::writeHeader(header, id, sizeof value);
     mif32wire::store(header + mif32wire::headerBytes, value);
     return true;
 }
 
 template <typename Number>
-inline bool appendNumber(Mif32& mif, Number value) {
-    unsigned char* const end = extend(mif, sizeof value);
-    if (end == nullptr) {
+[[gnu::noinline]] bool growAndAddNumber(Mif32& mif, unsigned short id, Number value) {
+    return mif.CheckSize(mif32wire::headerBytes + sizeof value) && addNumber(mif, id, value);
+}
+
+bool growAndAddBytes(Mif32& mif, unsigned short id, const unsigned char* value, unsigned short len);
+
+inline bool addBytes(Mif32& mif, unsigned short id, const unsigned char* value,
+                     unsigned short len) {
+    const unsigned int size = mif32wire::headerBytes + len;
+    if (id == mif32wire::endMarkerId || (value == nullptr && len != 0)) {
         return false;
     }
-    mif32wire::store(end, value);
+    if (!hasRoom(mif, size)) {
+        return growAndAddBytes(mif, id, value, len);
+    }
+    unsigned char* const header = extend(mif, size);
+    mif32wire::writeHeader(header, id, len);
+    if (len != 0) {
+        copyValue(header + mif32wire::headerBytes, value, len);
+    }
+    return true;
+}
+
+[[gnu::noinline]] bool growAndAddBytes(Mif32& mif, unsigned short id, const unsigned char* value,
+                                       unsigned short len) {
+    return growUnder(mif, mif32wire::headerBytes + len, value) && addBytes(mif, id, value, len);
+}
+
+template <typename Number>
+inline bool appendNumber(Mif32& mif, Number value) {
+    if (!mif.CheckSize(sizeof value)) {
+        return false;
+    }
+    mif32wire::store(extend(mif, sizeof value), value);
     return true;
 }
 
@@ -276,18 +333,7 @@ bool Mif32::Add(unsigned short id, const unsigned char* value, unsigned short le
     if (id == mif32wire::endMarkerId) {
         return len == 0 && appendNumber(*this, mif32wire::endMarkerId);
     }
-    if (value == nullptr && len != 0) {
-        return false;
-    }
-    unsigned char* const header = extendFrom(*this, mif32wire::headerBytes + len, value);
-    if (header == nullptr) {
-        return false;
-    }
-    mif32wire::writeHeader(header, id, len);
-    if (len != 0) {
-        memmove(header + mif32wire::headerBytes, value, len);
-    }
-    return true;
+    return addBytes(*this, id, value, len);
 }
 
 bool Mif32::AddBool(unsigned short id, bool value) {
@@ -312,8 +358,8 @@ bool Mif32::AddTime(unsigned short id, long value) {
 
 bool Mif32::AddStr(unsigned short id, const char* value) {
     // Kept: only the low 16 bits of the length count, here and in AddBin.
-    return value != nullptr && Add(id, reinterpret_cast<const unsigned char*>(value),
-                                   static_cast<unsigned short>(strlen(value)));
+    return value != nullptr && addBytes(*this, id, reinterpret_cast<const unsigned char*>(value),
+                                        static_cast<unsigned short>(strlen(value)));
 }
 
 bool Mif32::AddStr(unsigned short id, const std::string& value) {
@@ -321,7 +367,7 @@ bool Mif32::AddStr(unsigned short id, const std::string& value) {
 }
 
 bool Mif32::AddBin(unsigned short id, const unsigned char* value, unsigned int len) {
-    return value != nullptr && Add(id, value, static_cast<unsigned short>(len));
+    return value != nullptr && addBytes(*this, id, value, static_cast<unsigned short>(len));
 }
 
 bool Mif32::AddIpAddrV4(unsigned short id, const QorIpAddr* value) {
@@ -364,11 +410,10 @@ bool Mif32::RawAddBin(const unsigned char* value, unsigned int len) {
     if (value == nullptr) {
         return false;
     }
-    unsigned char* const end = extendFrom(*this, len, value);
-    if (end == nullptr) {
+    if (!hasRoom(*this, len) && !growUnder(*this, len, value)) {
         return false;
     }
-    memmove(end, value, len);
+    memmove(extend(*this, len), value, len);
     return true;
 }
 

@@ -18,21 +18,20 @@ constexpr std::uint16_t endMarkerId = 0xFFFF;
 
 // ---- Numbers ----
 
-// Compilers make one instruction of these loops where the machine's own order is the same.
+// The format's byte order is that of every machine the library is built for; positions in a message
+// are not aligned.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+
 template <typename Number>
 Number load(const unsigned char* bytes) {
-    Number value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        value = static_cast<Number>(value | static_cast<Number>(bytes[i]) << (8 * i));
-    }
+    Number value;
+    memcpy(&value, bytes, sizeof value);
     return value;
 }
 
 template <typename Number>
 void store(unsigned char* bytes, Number value) {
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        bytes[i] = static_cast<unsigned char>(value >> (8 * i));
-    }
+    memcpy(bytes, &value, sizeof value);
 }
 
 // ---- Entries ----
@@ -70,9 +69,9 @@ inline bool isEndMarkerAt(const unsigned char* message, std::size_t length, std:
            load<std::uint16_t>(message + offset) == endMarkerId;
 }
 
+// Identifier and length in one store.
 inline void writeHeader(unsigned char* header, std::uint16_t id, std::uint16_t valueLength) {
-    store(header, id);
-    store(header + idBytes, valueLength);
+    store(header, static_cast<std::uint32_t>(valueLength) << 16 | id);
 }
 
 // Finds the n-th entry with an identifier (`occurrence` counts from 1), never one that reaches
