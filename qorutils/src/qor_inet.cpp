@@ -58,6 +58,51 @@ bool readOctet(const char*& text, unsigned char& octet) {
     return true;
 }
 
+// Reads any text that is an address.
+bool readIpV4(const char* text, unsigned char (&octets)[ipV4Bytes]) {
+    for (std::size_t i = 0; i < ipV4Bytes; ++i) {
+        if (!readOctet(text, octets[i]) || *text != (i + 1 < ipV4Bytes ? '.' : '\0')) {
+            return false;
+        }
+        ++text;
+    }
+    return true;
+}
+
+// Reads an octet of one to three digits up to `end`, or fails. Which of them are there is decided
+// by arithmetic, since a branch on it would be mispredicted every other time. No byte behind a
+// terminator is read: each one is looked at only after the one before it was found to be none.
+inline bool readShortOctet(const char*& text, char end, unsigned char& octet) {
+    const unsigned int first = decimalValue(text[0]);
+    if (first > 9) {
+        return false;
+    }
+    const unsigned int second = decimalValue(text[1]);
+    if (text[1] == '\0') {
+        octet = static_cast<unsigned char>(first);
+        ++text;
+        return end == '\0';
+    }
+    const unsigned int third = decimalValue(text[2]);
+    const unsigned int hasSecond = second <= 9;
+    const unsigned int hasThird = hasSecond & static_cast<unsigned int>(third <= 9);
+    const unsigned int two = hasSecond != 0 ? first * 10 + second : first;
+    const unsigned int value = hasThird != 0 ? two * 10 + third : two;
+    text += 1 + hasSecond + hasThird;
+    octet = static_cast<unsigned char>(value);
+    return value <= 255 && *text == end;
+}
+
+bool readShortIpV4(const char* text, unsigned char (&octets)[ipV4Bytes]) {
+    for (std::size_t i = 0; i < ipV4Bytes; ++i) {
+        if (!readShortOctet(text, i + 1 < ipV4Bytes ? '.' : '\0', octets[i])) {
+            return false;
+        }
+        ++text;
+    }
+    return true;
+}
+
 // An IPv6 address while it is read, group by group.
 class IpV6Reader {
 public:
@@ -267,11 +312,8 @@ int qor_inet_pton4(const char* text, unsigned char* dest) {
         return 0;
     }
     unsigned char octets[ipV4Bytes];
-    for (std::size_t i = 0; i < ipV4Bytes; ++i) {
-        if (!readOctet(text, octets[i]) || *text != (i + 1 < ipV4Bytes ? '.' : '\0')) {
-            return 0;
-        }
-        ++text;
+    if (!readShortIpV4(text, octets) && !readIpV4(text, octets)) {
+        return 0;
     }
     memcpy(dest, octets, sizeof octets);
     return 1;
