@@ -1,0 +1,375 @@
+#include "mif32.h"
+
+#include <sys/resource.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "qoripaddr.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QOR_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QOR_SANITIZED 1
+#endif
+#endif
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+std::string hex(const unsigned char* data, std::size_t count) {
+    std::string result;
+    for (std::size_t i = 0; i < count; ++i) {
+        char text[4];
+        std::snprintf(text, sizeof text, "%02x", data[i]);
+        result += text;
+    }
+    return result;
+}
+
+std::string hex(const Mif32& mif) {
+    return hex(mif.GetData(), mif.GetLen());
+}
+
+Bytes unhex(const std::string& text) {
+    Bytes bytes;
+    for (std::size_t i = 0; i < text.size(); i += 2) {
+        bytes.push_back(static_cast<unsigned char>(std::stoi(text.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+// What an adder puts behind a byte that is there already; "refused" where it adds nothing.
+template <typename Add>
+std::string addedBy(Add add) {
+    Mif32 mif;
+    mif.RawAddByte(0xAA);
+    const bool result = add(mif);
+    EXPECT_EQ(hex(mif).substr(0, 2), "aa");
+    EXPECT_TRUE(result || mif.GetLen() == 1);
+    return result ? hex(mif).substr(2) : "refused";
+}
+
+#define ADDED(call) addedBy([&](Mif32& mif) { return mif.call; })
+
+TEST(Mif32, WritesEntries) {
+    const unsigned char bytes[] = {1, 2, 3};
+    const char* const noText = nullptr;
+    EXPECT_EQ(ADDED(AddBool(1, true)), "0100040001000000");
+    EXPECT_EQ(ADDED(AddInt(0xFFFE, 0x89ABCDEF)), "feff0400efcdab89");
+    EXPECT_EQ(ADDED(AddInt64(2, 0xFFFFFFFF)), "02000400ffffffff");
+    EXPECT_EQ(ADDED(AddInt64(2, 0x100000000)), "020008000000000001000000");
+    EXPECT_EQ(ADDED(AddTime(3, 0x1234567890)), "0300040090785634");
+    EXPECT_EQ(ADDED(AddTime(3, -1)), "03000400ffffffff");
+    EXPECT_EQ(ADDED(AddStr(4, "abc")), "04000300616263");
+    EXPECT_EQ(ADDED(AddStr(4, "")), "04000000");
+    EXPECT_EQ(ADDED(AddStr(4, std::string("ab\0c", 4))), "040002006162");
+    EXPECT_EQ(ADDED(AddBin(5, bytes, 3)), "05000300010203");
+    EXPECT_EQ(ADDED(Add(0x1234, bytes, 1)), "3412010001");
+    EXPECT_EQ(ADDED(Add(6, nullptr, 0)), "06000000");
+    EXPECT_EQ(ADDED(Add(0xFFFF, nullptr, 0)), "ffff");
+    EXPECT_EQ(ADDED(Add(0xFFFF, bytes, 1)), "refused");
+    EXPECT_EQ(ADDED(AddInt(0xFFFF, 1)), "refused");
+    EXPECT_EQ(ADDED(Add(1, nullptr, 1)), "refused");
+    EXPECT_EQ(ADDED(AddStr(1, noText)), "refused");
+    EXPECT_EQ(ADDED(AddBin(1, nullptr, 0)), "refused");
+    EXPECT_EQ(ADDED(RawAddWord(0x0102)), "0201");
+    EXPECT_EQ(ADDED(RawAddDWord(0x01020304)), "04030201");
+    EXPECT_EQ(ADDED(RawAddLDWord(0x0102030405060708)), "0807060504030201");
+    EXPECT_EQ(ADDED(RawAddBin(bytes, 3)), "010203");
+    EXPECT_EQ(ADDED(RawAddStr("ab")), "6162");
+    EXPECT_EQ(ADDED(RawAddBin(nullptr, 0)), "refused");
+    EXPECT_EQ(ADDED(RawAddStr(nullptr)), "refused");
+}
+
+TEST(Mif32, WritesAddresses) {
+    const QorIpAddr v4("192.168.0.1");
+    const QorIpAddr mapped("::ffff:192.168.0.1");
+    const QorIpAddr v6("2001:db8::1");
+    const QorIpAddr none;
+    const QorIpAddr odd(v6.address, 17);
+    EXPECT_EQ(ADDED(AddIpAddr(1, &v4)), "010004000100a8c0");
+    EXPECT_EQ(ADDED(AddIpAddr(1, &v6)), "0100100020010db8000000000000000000000001");
+    EXPECT_EQ(ADDED(AddIpAddr(1, &mapped)), "0100100000000000000000000000ffffc0a80001");
+    EXPECT_EQ(ADDED(AddIpAddr(1, &none)), "01000000");
+    EXPECT_EQ(ADDED(AddIpAddr(1, &odd)), "01000000");
+    EXPECT_EQ(ADDED(AddIpAddr(1, nullptr)), "refused");
+    EXPECT_EQ(ADDED(AddIpAddrV4(1, &mapped)), "010004000100a8c0");
+    EXPECT_EQ(ADDED(AddIpAddrV4(1, &v6)), "0100040000000000");
+    EXPECT_EQ(ADDED(AddIpAddrV4(1, nullptr)), "refused");
+}
+
+// The example of docs/mif32-format.md.
+TEST(Mif32, BuildsADocumentedMessage) {
+    const QorIpAddr address("192.168.0.1");
+    Mif32 mif;
+    EXPECT_TRUE(mif.AddInt(1, 42) && mif.AddStr(2, "hi") && mif.AddIpAddr(3, &address));
+    EXPECT_TRUE(mif.AddInt64(0x0104, 0x100000000) && mif.AddEndKz());
+    EXPECT_EQ(hex(mif), "010004002a00000002000200686903000400"
+                        "0100a8c004010800"
+                        "0000000001000000ffff");
+}
+
+// Every length around those where the way of copying changes, and where 16 bits end.
+TEST(Mif32, CopiesValuesOfEveryLength) {
+    for (const std::size_t count :
+         {1u, 2u, 3u, 4u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 65535u, 65536u, 65537u}) {
+        SCOPED_TRACE(count);
+        std::string text;
+        for (std::size_t i = 0; i < count; ++i) {
+            text.push_back(static_cast<char>('a' + i % 23));
+        }
+        const Bytes bytes(text.begin(), text.end());
+        const std::size_t kept = count % 65536;
+        Mif32 mif;
+        EXPECT_TRUE(mif.AddStr(0x0101, text.c_str()));
+        EXPECT_TRUE(mif.AddBin(0x0101, bytes.data(), static_cast<unsigned int>(count)));
+        ASSERT_EQ(mif.GetLen(), 2 * (4 + kept));
+        const unsigned char header[] = {1, 1, static_cast<unsigned char>(kept),
+                                        static_cast<unsigned char>(kept >> 8)};
+        for (const unsigned char* entry : {mif.GetData(), mif.GetData() + 4 + kept}) {
+            EXPECT_EQ(memcmp(entry, header, 4), 0);
+            EXPECT_EQ(memcmp(entry + 4, text.data(), kept), 0);
+        }
+    }
+}
+
+TEST(Mif32, HandlesTheEndMarker) {
+    struct Case {
+        const char* message;
+        const char* added;   // after AddEndKz; null: false, and nothing changed
+        const char* deleted; // after DelEndKz; the same
+    };
+    const Case cases[] = {
+        {"", "ffff", nullptr},
+        {"01", "01ffff", nullptr},
+        {"01000000", "01000000ffff", nullptr},
+        {"0100010005ffff", "0100010005ffff", "0100010005"},
+        {"ffff", "ffff", ""},
+        {"ffff01", "ffff01", nullptr},
+        {"ffff0100", nullptr, nullptr},
+        {"ffffffff", nullptr, nullptr},
+        {"01000000ffff02000000", nullptr, nullptr},
+        {"01000200ffff", "01000200ffffffff", nullptr}, // inside a value
+        {"01ffff", "01ffffffff", nullptr},
+        {"0100000001ffff", "0100000001ffffffff", nullptr},
+        {"0100000001", "0100000001ffff", nullptr},
+        {"0100ff0001ffff", "0100ff0001ffffffff", nullptr}, // a truncated entry
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.message);
+        const Bytes bytes = unhex(c.message);
+        Mif32 added(bytes.data(), static_cast<unsigned int>(bytes.size()));
+        Mif32 deleted(added);
+        EXPECT_EQ(added.AddEndKz(), c.added != nullptr);
+        EXPECT_EQ(hex(added), c.added == nullptr ? c.message : c.added);
+        EXPECT_EQ(deleted.DelEndKz(), c.deleted != nullptr);
+        EXPECT_EQ(hex(deleted), c.deleted == nullptr ? c.message : c.deleted);
+    }
+}
+
+TEST(Mif32, GrowsByAFixedSlack) {
+    Mif32 mif;
+    EXPECT_EQ(mif.GetData(), nullptr);
+    EXPECT_TRUE(mif.AddInt(1, 2));
+    EXPECT_EQ(mif.GetAllocLen(), 1008u);
+    EXPECT_TRUE(mif.CheckSize(1000));
+    EXPECT_EQ(mif.GetAllocLen(), 1008u) << "fits exactly";
+    EXPECT_TRUE(mif.CheckSize(1001));
+    EXPECT_EQ(mif.GetAllocLen(), 2009u);
+    EXPECT_EQ(mif.GetLen(), 8u);
+    const std::string before = hex(mif);
+    EXPECT_FALSE(mif.CheckSize(0xFFFFFFFF)) << "the sum would wrap";
+    EXPECT_FALSE(mif.CheckSize(0xFFFFFFFF - 8 - 999)) << "with the slack it would";
+    EXPECT_EQ(mif.allocationFailed, 1);
+    EXPECT_EQ(mif.GetAllocLen(), 2009u);
+    EXPECT_EQ(hex(mif), before);
+}
+
+// A value may come from the message itself, also when the buffer moves for it.
+TEST(Mif32, AddsItsOwnBytes) {
+    const std::string filler(1500, 'x');
+    Mif32 mif;
+    mif.AddStr(1, filler);
+    const std::string message(reinterpret_cast<const char*>(mif.GetData()), mif.GetLen());
+    for (int round = 0; round < 40; ++round) {
+        ASSERT_TRUE(mif.AddBin(2, mif.GetData(), 1504));
+        ASSERT_TRUE(mif.RawAddBin(mif.GetData(), 1504));
+        const char* const end = reinterpret_cast<const char*>(mif.GetData()) + mif.GetLen();
+        ASSERT_EQ(std::string(end - 1504, 1504), message);
+        ASSERT_EQ(std::string(end - 3008, 1504), message);
+    }
+    EXPECT_TRUE(mif.SetData(mif.GetData() + 4, 1500));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(mif.GetData()), mif.GetLen()), filler);
+    EXPECT_FALSE(mif.SetExternalMem(mif.GetData(), 1500, 0)) << "it would be freed";
+}
+
+TEST(Mif32, TakesData) {
+    Mif32 mif(reinterpret_cast<const unsigned char*>("abc"), 3);
+    EXPECT_EQ(hex(mif), "616263");
+    EXPECT_EQ(mif.GetAllocLen(), 3u);
+    const unsigned char* const before = mif.GetData();
+    EXPECT_TRUE(mif.SetData(mif.GetData(), 1));
+    EXPECT_EQ(mif.GetData(), before);
+    EXPECT_EQ(mif.GetLen(), 3u) << "its own buffer changes nothing";
+    mif.CheckSize(0xFFFFFFFF);
+    EXPECT_TRUE(mif.SetData("de", 2));
+    EXPECT_EQ(hex(mif), "6465");
+    EXPECT_EQ(mif.allocationFailed, 1) << "only emptying clears it";
+    EXPECT_TRUE(mif.SetData("x", 0));
+    EXPECT_EQ(mif.GetData(), nullptr);
+    EXPECT_EQ(mif.GetLen() + mif.GetAllocLen() + mif.allocationFailed, 0u);
+    EXPECT_TRUE(mif.SetData(static_cast<const char*>(nullptr), 5));
+    EXPECT_EQ(mif.GetLen(), 0u);
+
+    EXPECT_TRUE(mif.Alloc(10));
+    EXPECT_EQ(mif.GetAllocLen(), 10u);
+    EXPECT_TRUE(mif.RawAddBin(reinterpret_cast<const unsigned char*>("0123456789"), 10));
+    EXPECT_EQ(mif.GetAllocLen(), 10u);
+    EXPECT_TRUE(mif.Alloc(0));
+    EXPECT_EQ(mif.GetLen(), 0u);
+    EXPECT_TRUE(mif.RawAddByte(1));
+    EXPECT_EQ(mif.GetAllocLen(), 1001u);
+}
+
+TEST(Mif32, WorksInExternalMemory) {
+    Bytes memory(12, 0xEE);
+    unsigned int freeBytes = 77;
+    Mif32 mif;
+    EXPECT_FALSE(mif.IsExternalMem(&freeBytes));
+    EXPECT_EQ(freeBytes, 77u);
+    EXPECT_FALSE(mif.SetExternalMem(nullptr, 12, 0));
+    EXPECT_FALSE(mif.SetExternalMem(memory.data(), 0, 0));
+    mif.CheckSize(0xFFFFFFFF);
+    EXPECT_TRUE(mif.SetExternalMem(memory.data(), 12, 2));
+    EXPECT_EQ(mif.allocationFailed, 0);
+    EXPECT_TRUE(mif.IsExternalMem(&freeBytes));
+    EXPECT_EQ(freeBytes, 10u);
+    EXPECT_FALSE(mif.Alloc(5));
+    EXPECT_TRUE(mif.AddInt(1, 2)) << "leaves two bytes";
+    EXPECT_FALSE(mif.AddBin(1, memory.data(), 0));
+    EXPECT_FALSE(mif.RawAddBin(memory.data(), 3));
+    EXPECT_EQ(mif.GetLen(), 10u);
+    EXPECT_EQ(mif.allocationFailed, 0);
+    EXPECT_EQ(hex(memory.data(), 12), "eeee010004000200"
+                                      "0000eeee");
+
+    Mif32 shared(mif);
+    EXPECT_EQ(shared.GetData(), memory.data());
+    EXPECT_TRUE(shared.RawAddWord(0xFFFF)) << "fits exactly";
+    EXPECT_FALSE(shared.RawAddByte(1));
+    shared.ClearBuffer();
+    EXPECT_EQ(shared.GetData(), nullptr);
+    EXPECT_FALSE(shared.IsExternalMem(nullptr));
+    EXPECT_EQ(shared.GetLen() + shared.GetAllocLen(), 0u);
+    EXPECT_EQ(memory[11], 0xFF) << "forgotten untouched";
+    EXPECT_TRUE(mif.SetData("a", 1));
+    EXPECT_FALSE(mif.IsExternalMem(nullptr));
+}
+
+// Lengths may be set beyond the memory; nothing is read or written there, and what growing adds
+// is zero.
+TEST(Mif32, DoesNotTrustALengthBeyondItsMemory) {
+    Bytes memory = unhex("01000000ffff");
+    Mif32 external;
+    EXPECT_TRUE(external.SetExternalMem(memory.data(), 6, 0xFFFFFFFF));
+    unsigned int freeBytes = 77;
+    EXPECT_TRUE(external.IsExternalMem(&freeBytes));
+    EXPECT_EQ(freeBytes, 0u);
+    EXPECT_FALSE(external.RawAddByte(1));
+    EXPECT_FALSE(external.DelEndKz());
+    testing::internal::CaptureStdout();
+    external.Print();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Len  : -1\nData : 01 00 00 00 ff ff \n");
+
+    Mif32 owned(memory.data(), 6);
+    owned.SetLen(9);
+    const Mif32 copy(owned);
+    EXPECT_EQ(copy.GetLen(), 9u);
+    EXPECT_EQ(copy.GetAllocLen(), 6u);
+    EXPECT_TRUE(owned.RawAddByte(5));
+    EXPECT_EQ(hex(owned), "01000000ffff00000005");
+    EXPECT_EQ(owned.GetAllocLen(), 1010u);
+    Mif32 none;
+    none.SetLen(3);
+    EXPECT_FALSE(none.DelEndKz());
+    EXPECT_TRUE(none.AddEndKz());
+    EXPECT_EQ(hex(none), "000000ffff");
+}
+
+TEST(Mif32, CopiesTheWholeAllocation) {
+    Mif32 original;
+    original.AddInt(1, 2);
+    Mif32 copy(original);
+    EXPECT_NE(copy.GetData(), original.GetData());
+    EXPECT_EQ(hex(copy), hex(original));
+    EXPECT_EQ(copy.GetAllocLen(), 1008u);
+    Mif32 assigned(reinterpret_cast<const unsigned char*>("x"), 1);
+    assigned = original;
+    original.GetData()[0] = 9;
+    EXPECT_EQ(hex(assigned), "0100040002000000");
+    const Mif32& self = assigned;
+    assigned = self;
+    EXPECT_EQ(hex(assigned), "0100040002000000");
+    assigned = Mif32();
+    EXPECT_EQ(assigned.GetData(), nullptr);
+}
+
+TEST(Mif32, WipesTheWholeAllocation) {
+    Mif32 mif;
+    mif.RawAddBin(Bytes(500, 0xEE).data(), 500);
+    mif.SetLen(1);
+    const unsigned char* const before = mif.GetData();
+    mif.ClearBuffer();
+    EXPECT_EQ(mif.GetData(), before);
+    EXPECT_EQ(mif.GetLen(), 0u);
+    EXPECT_EQ(mif.GetAllocLen(), 1500u);
+    EXPECT_EQ(Bytes(before, before + 500), Bytes(500));
+    Mif32().ClearBuffer();
+}
+
+TEST(Mif32, PrintsAtMost65535Bytes) {
+    const Bytes bytes(70000, 0x0A);
+    const Mif32 mif(bytes.data(), 70000);
+    testing::internal::CaptureStdout();
+    mif.Print();
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out.substr(0, 26), "Len  : 70000\nData : 0a 0a ");
+    EXPECT_EQ(out.size(), strlen("Len  : 70000\nData : \n") + 65535 * 3);
+}
+
+#if defined(__linux__) && !defined(QOR_SANITIZED)
+// In a process of its own, whose memory ends at 256 MiB.
+[[noreturn]] void runOutOfMemory() {
+    const rlimit limit = {256U << 20, 256U << 20};
+    setrlimit(RLIMIT_AS, &limit);
+    Mif32 mif;
+    mif.AddInt(1, 2);
+    const unsigned char* const before = mif.GetData();
+    const bool keptOnGrowth = !mif.CheckSize(1U << 30) && mif.allocationFailed == 1 &&
+                              mif.GetData() == before && mif.GetAllocLen() == 1008;
+    mif.allocatedLength = 1U << 30; // a copy asks for as much
+    const Mif32 copy(mif);
+    mif.allocatedLength = 1008;
+    const bool emptyCopy = copy.GetData() == nullptr && copy.GetLen() == 0 &&
+                           copy.GetAllocLen() == 0 && copy.allocationFailed == 1;
+    const bool noData = !mif.SetData(before + 1, 1U << 30) && mif.GetData() == nullptr &&
+                        mif.GetLen() == 8 && mif.allocationFailed == 1;
+    const bool usableAgain = mif.RawAddByte(1) && hex(mif) == "000000000000000001";
+    std::exit((keptOnGrowth ? 0 : 1) + (emptyCopy ? 0 : 2) + (noData ? 0 : 4) +
+              (usableAgain ? 0 : 8));
+}
+
+TEST(Mif32, SurvivesTheLackOfMemory) {
+    EXPECT_EXIT(runOutOfMemory(), testing::ExitedWithCode(0), "");
+}
+#endif
+
+} // namespace
