@@ -38,6 +38,13 @@ std::string hex(const Mif32& mif) {
     return hex(mif.GetData(), mif.GetLen());
 }
 
+// Bytes, allocated length and flags, as in "0102 of 1002, failed, external".
+std::string state(const Mif32& mif) {
+    return (mif.GetData() == nullptr ? "none" : hex(mif)) + " of " +
+           std::to_string(mif.GetAllocLen()) + (mif.allocationFailed != 0 ? ", failed" : "") +
+           (mif.externalMemory != 0 ? ", external" : "");
+}
+
 Bytes unhex(const std::string& text) {
     Bytes bytes;
     for (std::size_t i = 0; i < text.size(); i += 2) {
@@ -177,20 +184,16 @@ TEST(Mif32, HandlesTheEndMarker) {
 
 TEST(Mif32, GrowsByAFixedSlack) {
     Mif32 mif;
-    EXPECT_EQ(mif.GetData(), nullptr);
-    EXPECT_TRUE(mif.AddInt(1, 2));
-    EXPECT_EQ(mif.GetAllocLen(), 1008u);
+    EXPECT_EQ(state(mif), "none of 0");
+    EXPECT_TRUE(mif.RawAddDWord(0));
+    EXPECT_EQ(state(mif), "00000000 of 1004");
     EXPECT_TRUE(mif.CheckSize(1000));
-    EXPECT_EQ(mif.GetAllocLen(), 1008u) << "fits exactly";
+    EXPECT_EQ(state(mif), "00000000 of 1004");
     EXPECT_TRUE(mif.CheckSize(1001));
-    EXPECT_EQ(mif.GetAllocLen(), 2009u);
-    EXPECT_EQ(mif.GetLen(), 8u);
-    const std::string before = hex(mif);
+    EXPECT_EQ(state(mif), "00000000 of 2005");
     EXPECT_FALSE(mif.CheckSize(0xFFFFFFFF)) << "the sum would wrap";
-    EXPECT_FALSE(mif.CheckSize(0xFFFFFFFF - 8 - 999)) << "with the slack it would";
-    EXPECT_EQ(mif.allocationFailed, 1);
-    EXPECT_EQ(mif.GetAllocLen(), 2009u);
-    EXPECT_EQ(hex(mif), before);
+    EXPECT_FALSE(mif.CheckSize(0xFFFFFFFF - 4 - 999)) << "with the slack it would";
+    EXPECT_EQ(state(mif), "00000000 of 2005, failed");
 }
 
 // A value may come from the message itself, also when the buffer moves for it.
@@ -213,65 +216,51 @@ TEST(Mif32, AddsItsOwnBytes) {
 
 TEST(Mif32, TakesData) {
     Mif32 mif(reinterpret_cast<const unsigned char*>("abc"), 3);
-    EXPECT_EQ(hex(mif), "616263");
-    EXPECT_EQ(mif.GetAllocLen(), 3u);
-    const unsigned char* const before = mif.GetData();
+    EXPECT_EQ(state(mif), "616263 of 3");
     EXPECT_TRUE(mif.SetData(mif.GetData(), 1));
-    EXPECT_EQ(mif.GetData(), before);
-    EXPECT_EQ(mif.GetLen(), 3u) << "its own buffer changes nothing";
+    EXPECT_EQ(state(mif), "616263 of 3") << "its own buffer changes nothing";
     mif.CheckSize(0xFFFFFFFF);
     EXPECT_TRUE(mif.SetData("de", 2));
-    EXPECT_EQ(hex(mif), "6465");
-    EXPECT_EQ(mif.allocationFailed, 1) << "only emptying clears it";
+    EXPECT_EQ(state(mif), "6465 of 2, failed") << "only emptying clears the flag";
     EXPECT_TRUE(mif.SetData("x", 0));
-    EXPECT_EQ(mif.GetData(), nullptr);
-    EXPECT_EQ(mif.GetLen() + mif.GetAllocLen() + mif.allocationFailed, 0u);
+    EXPECT_EQ(state(mif), "none of 0");
+    EXPECT_TRUE(mif.Alloc(2));
+    EXPECT_TRUE(mif.RawAddWord(0x0102));
+    EXPECT_EQ(state(mif), "0201 of 2");
     EXPECT_TRUE(mif.SetData(static_cast<const char*>(nullptr), 5));
-    EXPECT_EQ(mif.GetLen(), 0u);
-
-    EXPECT_TRUE(mif.Alloc(10));
-    EXPECT_EQ(mif.GetAllocLen(), 10u);
-    EXPECT_TRUE(mif.RawAddBin(reinterpret_cast<const unsigned char*>("0123456789"), 10));
-    EXPECT_EQ(mif.GetAllocLen(), 10u);
+    EXPECT_EQ(state(mif), "none of 0");
     EXPECT_TRUE(mif.Alloc(0));
-    EXPECT_EQ(mif.GetLen(), 0u);
     EXPECT_TRUE(mif.RawAddByte(1));
-    EXPECT_EQ(mif.GetAllocLen(), 1001u);
+    EXPECT_EQ(state(mif), "01 of 1001");
 }
 
 TEST(Mif32, WorksInExternalMemory) {
-    Bytes memory(12, 0xEE);
+    Bytes memory(8, 0xEE);
     unsigned int freeBytes = 77;
     Mif32 mif;
     EXPECT_FALSE(mif.IsExternalMem(&freeBytes));
     EXPECT_EQ(freeBytes, 77u);
-    EXPECT_FALSE(mif.SetExternalMem(nullptr, 12, 0));
+    EXPECT_FALSE(mif.SetExternalMem(nullptr, 8, 0));
     EXPECT_FALSE(mif.SetExternalMem(memory.data(), 0, 0));
     mif.CheckSize(0xFFFFFFFF);
-    EXPECT_TRUE(mif.SetExternalMem(memory.data(), 12, 2));
-    EXPECT_EQ(mif.allocationFailed, 0);
+    EXPECT_TRUE(mif.SetExternalMem(memory.data(), 8, 2));
+    EXPECT_EQ(state(mif), "eeee of 8, external");
     EXPECT_TRUE(mif.IsExternalMem(&freeBytes));
-    EXPECT_EQ(freeBytes, 10u);
+    EXPECT_EQ(freeBytes, 6u);
     EXPECT_FALSE(mif.Alloc(5));
-    EXPECT_TRUE(mif.AddInt(1, 2)) << "leaves two bytes";
-    EXPECT_FALSE(mif.AddBin(1, memory.data(), 0));
-    EXPECT_FALSE(mif.RawAddBin(memory.data(), 3));
-    EXPECT_EQ(mif.GetLen(), 10u);
-    EXPECT_EQ(mif.allocationFailed, 0);
-    EXPECT_EQ(hex(memory.data(), 12), "eeee010004000200"
-                                      "0000eeee");
+    EXPECT_FALSE(mif.AddInt(1, 2));
+    EXPECT_TRUE(mif.AddStr(1, "a"));
+    EXPECT_FALSE(mif.RawAddWord(3)) << "one byte is left";
+    EXPECT_EQ(state(mif), "eeee0100010061 of 8, external");
 
     Mif32 shared(mif);
-    EXPECT_EQ(shared.GetData(), memory.data());
-    EXPECT_TRUE(shared.RawAddWord(0xFFFF)) << "fits exactly";
-    EXPECT_FALSE(shared.RawAddByte(1));
+    EXPECT_TRUE(shared.RawAddByte(5)) << "fits exactly";
+    EXPECT_EQ(hex(memory.data(), 8), "eeee010001006105");
     shared.ClearBuffer();
-    EXPECT_EQ(shared.GetData(), nullptr);
-    EXPECT_FALSE(shared.IsExternalMem(nullptr));
-    EXPECT_EQ(shared.GetLen() + shared.GetAllocLen(), 0u);
-    EXPECT_EQ(memory[11], 0xFF) << "forgotten untouched";
+    EXPECT_EQ(state(shared), "none of 0");
+    EXPECT_EQ(memory[7], 5) << "forgotten untouched";
     EXPECT_TRUE(mif.SetData("a", 1));
-    EXPECT_FALSE(mif.IsExternalMem(nullptr));
+    EXPECT_EQ(state(mif), "61 of 1");
 }
 
 // Lengths may be set beyond the memory; nothing is read or written there, and what growing adds
@@ -291,12 +280,11 @@ TEST(Mif32, DoesNotTrustALengthBeyondItsMemory) {
 
     Mif32 owned(memory.data(), 6);
     owned.SetLen(9);
-    const Mif32 copy(owned);
-    EXPECT_EQ(copy.GetLen(), 9u);
-    EXPECT_EQ(copy.GetAllocLen(), 6u);
-    EXPECT_TRUE(owned.RawAddByte(5));
-    EXPECT_EQ(hex(owned), "01000000ffff00000005");
-    EXPECT_EQ(owned.GetAllocLen(), 1010u);
+    Mif32 copy(owned);
+    for (Mif32* const mif : {&owned, &copy}) {
+        EXPECT_TRUE(mif->RawAddByte(5));
+        EXPECT_EQ(state(*mif), "01000000ffff00000005 of 1010");
+    }
     Mif32 none;
     none.SetLen(3);
     EXPECT_FALSE(none.DelEndKz());
@@ -306,32 +294,27 @@ TEST(Mif32, DoesNotTrustALengthBeyondItsMemory) {
 
 TEST(Mif32, CopiesTheWholeAllocation) {
     Mif32 original;
-    original.AddInt(1, 2);
-    Mif32 copy(original);
-    EXPECT_NE(copy.GetData(), original.GetData());
-    EXPECT_EQ(hex(copy), hex(original));
-    EXPECT_EQ(copy.GetAllocLen(), 1008u);
+    original.RawAddWord(1);
+    const Mif32 copy(original);
     Mif32 assigned(reinterpret_cast<const unsigned char*>("x"), 1);
     assigned = original;
     original.GetData()[0] = 9;
-    EXPECT_EQ(hex(assigned), "0100040002000000");
+    EXPECT_EQ(state(copy), "0100 of 1002");
+    EXPECT_EQ(state(assigned), "0100 of 1002");
     const Mif32& self = assigned;
     assigned = self;
-    EXPECT_EQ(hex(assigned), "0100040002000000");
+    EXPECT_EQ(state(assigned), "0100 of 1002");
     assigned = Mif32();
-    EXPECT_EQ(assigned.GetData(), nullptr);
+    EXPECT_EQ(state(assigned), "none of 0");
 }
 
 TEST(Mif32, WipesTheWholeAllocation) {
     Mif32 mif;
     mif.RawAddBin(Bytes(500, 0xEE).data(), 500);
     mif.SetLen(1);
-    const unsigned char* const before = mif.GetData();
     mif.ClearBuffer();
-    EXPECT_EQ(mif.GetData(), before);
-    EXPECT_EQ(mif.GetLen(), 0u);
-    EXPECT_EQ(mif.GetAllocLen(), 1500u);
-    EXPECT_EQ(Bytes(before, before + 500), Bytes(500));
+    EXPECT_EQ(state(mif), " of 1500");
+    EXPECT_EQ(Bytes(mif.GetData(), mif.GetData() + 500), Bytes(500));
     Mif32().ClearBuffer();
 }
 
@@ -351,20 +334,16 @@ TEST(Mif32, PrintsAtMost65535Bytes) {
     const rlimit limit = {256U << 20, 256U << 20};
     setrlimit(RLIMIT_AS, &limit);
     Mif32 mif;
-    mif.AddInt(1, 2);
-    const unsigned char* const before = mif.GetData();
-    const bool keptOnGrowth = !mif.CheckSize(1U << 30) && mif.allocationFailed == 1 &&
-                              mif.GetData() == before && mif.GetAllocLen() == 1008;
+    mif.RawAddDWord(1);
+    const bool kept = !mif.CheckSize(1U << 30) && state(mif) == "01000000 of 1004, failed";
     mif.allocatedLength = 1U << 30; // a copy asks for as much
     const Mif32 copy(mif);
-    mif.allocatedLength = 1008;
-    const bool emptyCopy = copy.GetData() == nullptr && copy.GetLen() == 0 &&
-                           copy.GetAllocLen() == 0 && copy.allocationFailed == 1;
-    const bool noData = !mif.SetData(before + 1, 1U << 30) && mif.GetData() == nullptr &&
-                        mif.GetLen() == 8 && mif.allocationFailed == 1;
-    const bool usableAgain = mif.RawAddByte(1) && hex(mif) == "000000000000000001";
-    std::exit((keptOnGrowth ? 0 : 1) + (emptyCopy ? 0 : 2) + (noData ? 0 : 4) +
-              (usableAgain ? 0 : 8));
+    mif.allocatedLength = 1004;
+    const bool empty = state(copy) == "none of 0, failed" && copy.GetLen() == 0;
+    const bool noData = !mif.SetData(mif.GetData() + 1, 1U << 30) &&
+                        state(mif) == "none of 1004, failed" && mif.GetLen() == 4;
+    const bool usable = mif.RawAddByte(1) && state(mif) == "0000000001 of 1005, failed";
+    std::exit((kept ? 0 : 1) + (empty ? 0 : 2) + (noData ? 0 : 4) + (usable ? 0 : 8));
 }
 
 TEST(Mif32, SurvivesTheLackOfMemory) {

@@ -43,12 +43,10 @@ TEST(QorIpAddr, IsSet) {
     EXPECT_EQ(SET(addr.SetIpAddr("1.2.3.4")), "1.2.3.4");
     EXPECT_EQ(SET(addr.SetIpAddr("1::2")), "1::2");
     EXPECT_EQ(SET(addr.SetIpAddr("x")), "!unset");
-    EXPECT_EQ(SET(addr.SetIpAddr(nullptr)), "!unset");
     EXPECT_EQ(SET(addr.SetIpV4Addr("1.2.3.4")), "1.2.3.4");
     EXPECT_EQ(SET(addr.SetIpV4Addr("::1")), "!unset");
     EXPECT_EQ(SET(addr.SetIpV6Addr("::1")), "::1");
     EXPECT_EQ(SET(addr.SetIpV6Addr("1.2.3.4")), "!unset");
-    EXPECT_EQ(SET(addr = "1.2.3.4"), "1.2.3.4");
     EXPECT_EQ(SET(addr = "1.2.3"), "!unset");
     EXPECT_EQ(SET(addr = 0xC0A80001U), "192.168.0.1");
     EXPECT_EQ(SET(addr.SetIpAddrFromData(bytes, 4)), "1.0.168.192");
@@ -97,8 +95,8 @@ TEST(QorIpAddr, IsComparedAcrossFamilies) {
         SCOPED_TRACE(std::string(c.left) + " and " + c.right);
         const QorIpAddr left(c.left);
         const QorIpAddr right(c.right);
-        const bool operators[] = {false,         left == right, left<right, left> right,
-                                  left <= right, left >= right, false};
+        const bool operators[] = {false,           (left == right), (left < right), (left > right),
+                                  (left <= right), (left >= right), false};
         for (int op = 0; op < 7; ++op) {
             const bool expected = strchr(c.holds, '0' + op) != nullptr;
             EXPECT_EQ(operators[op], expected) << "operator " << op;
