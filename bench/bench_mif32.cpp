@@ -85,7 +85,6 @@ void buildMif32(benchmark::State& state) {
         for (const Record& record : records) {
             add(mif, record);
         }
-
         benchmark::DoNotOptimize(mif.GetData());
         benchmark::ClobberMemory();
     }

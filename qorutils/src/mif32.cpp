@@ -90,33 +90,6 @@ bool growUnder(Mif32& mif, unsigned int count, const unsigned char*& source) {
     return true;
 }
 
-// Copies between one and two times the size of a Half.
-template <typename Half>
-inline void copyHalves(unsigned char* to, const unsigned char* from, std::size_t count) {
-    Half first;
-    Half last;
-    memcpy(&first, from, sizeof first);
-    memcpy(&last, from + count - sizeof last, sizeof last);
-    memcpy(to, &first, sizeof first);
-    memcpy(to + count - sizeof last, &last, sizeof last);
-}
-
-// Copies a value, which may overlap its destination. Most values are short: both halves of one are
-// loaded before either is stored, in a few instructions and without a call.
-inline void copyValue(unsigned char* to, const unsigned char* from, std::size_t count) {
-    struct Half {
-        std::uint64_t low;
-        std::uint64_t high;
-    };
-    if (count < 8 || count > 2 * sizeof(Half)) {
-        memmove(to, from, count);
-    } else if (count <= sizeof(Half)) {
-        copyHalves<std::uint64_t>(to, from, count);
-    } else {
-        copyHalves<Half>(to, from, count);
-    }
-}
-
 // The adders proper come in pairs: the first, which is nearly always enough, is left to itself by
 // the compiler as long as the second, which grows the buffer and starts over, is not inlined.
 
@@ -157,7 +130,7 @@ inline bool addBytes(Mif32& mif, unsigned short id, const unsigned char* value,
     unsigned char* const header = extend(mif, size);
     mif32wire::writeHeader(header, id, len);
     if (len != 0) {
-        copyValue(header + mif32wire::headerBytes, value, len);
+        mif32wire::copyValue(header + mif32wire::headerBytes, value, len);
     }
     return true;
 }
@@ -173,19 +146,6 @@ inline bool appendNumber(Mif32& mif, Number value) {
         return false;
     }
     mif32wire::store(extend(mif, sizeof value), value);
-    return true;
-}
-
-// Follows the entries up to the first position where no header fits. False on an end marker with
-// at least two bytes behind it.
-bool skipEntries(const unsigned char* message, std::size_t length, std::size_t& offset) {
-    mif32wire::Entry entry;
-    while (mif32wire::readEntry(message, length, offset, entry)) {
-        if (entry.isEndMarker()) {
-            return false;
-        }
-        offset = entry.end();
-    }
     return true;
 }
 
@@ -427,7 +387,7 @@ bool Mif32::RawAddStr(const char* value) {
 
 bool Mif32::AddEndKz() {
     std::size_t offset = 0;
-    if (!skipEntries(data, readableLength(), offset)) {
+    if (!mif32wire::skipEntries(data, readableLength(), offset)) {
         return false;
     }
     return mif32wire::isEndMarkerAt(data, readableLength(), offset) ||
@@ -436,7 +396,7 @@ bool Mif32::AddEndKz() {
 
 bool Mif32::DelEndKz() {
     std::size_t offset = 0;
-    if (readableLength() != length || !skipEntries(data, length, offset) ||
+    if (readableLength() != length || !mif32wire::skipEntries(data, length, offset) ||
         offset + mif32wire::idBytes != length || !mif32wire::isEndMarkerAt(data, length, offset)) {
         return false;
     }

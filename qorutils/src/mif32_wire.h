@@ -34,6 +34,35 @@ void store(unsigned char* bytes, Number value) {
     memcpy(bytes, &value, sizeof value);
 }
 
+// ---- Values ----
+
+// Copies between one and two times the size of a Half.
+template <typename Half>
+inline void copyHalves(unsigned char* to, const unsigned char* from, std::size_t count) {
+    Half first;
+    Half last;
+    memcpy(&first, from, sizeof first);
+    memcpy(&last, from + count - sizeof last, sizeof last);
+    memcpy(to, &first, sizeof first);
+    memcpy(to + count - sizeof last, &last, sizeof last);
+}
+
+// Copies a value, which may overlap its destination. Most values are short: both halves of one are
+// loaded before either is stored, in a few instructions and without a call.
+inline void copyValue(unsigned char* to, const unsigned char* from, std::size_t count) {
+    struct Half {
+        std::uint64_t low;
+        std::uint64_t high;
+    };
+    if (count < 8 || count > 2 * sizeof(Half)) {
+        memmove(to, from, count);
+    } else if (count <= sizeof(Half)) {
+        copyHalves<std::uint64_t>(to, from, count);
+    } else {
+        copyHalves<Half>(to, from, count);
+    }
+}
+
 // ---- Entries ----
 
 // An entry as its header describes it: a truncated message may end before the value does.
@@ -72,6 +101,19 @@ inline bool isEndMarkerAt(const unsigned char* message, std::size_t length, std:
 // Identifier and length in one store.
 inline void writeHeader(unsigned char* header, std::uint16_t id, std::uint16_t valueLength) {
     store(header, static_cast<std::uint32_t>(valueLength) << 16 | id);
+}
+
+// Follows the entries up to the first position where no header fits. False on an end marker with
+// at least two bytes behind it.
+inline bool skipEntries(const unsigned char* message, std::size_t length, std::size_t& offset) {
+    Entry entry;
+    while (readEntry(message, length, offset, entry)) {
+        if (entry.isEndMarker()) {
+            return false;
+        }
+        offset = entry.end();
+    }
+    return true;
 }
 
 // Finds the n-th entry with an identifier (`occurrence` counts from 1), never one that reaches
