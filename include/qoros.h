@@ -1,17 +1,112 @@
 /**
  * @file qoros.h
- * The OS layer: bounded strings.
+ * The OS layer: state of the program, time, console keys, bounded strings, shared memory, logging,
+ * threads.
  *
  * Plain functions that the product's programs call instead of the operating system. Unless a
- * declaration says otherwise they may be called from any thread. Compiles as C11 and as C++17.
+ * declaration says otherwise they may be called from any thread, a truth value is 1 or 0, and a
+ * failure leaves its cause in errno. No function takes a lock. Compiles as C11 and as C++17.
  */
 #pragma once
 
 #include "qorapi.h"
 
 #include <stddef.h>
+#include <stdint.h>
 
 QOR_BEGIN_C
+
+/**
+ * @name State of the program
+ * One set of flags per process, all clear at its start.
+ * @{
+ */
+
+/**
+ * Remembers the current second as the start of the program, for QorOsGetUpTime. Only the first
+ * call counts. Creating a log object makes this call too.
+ */
+QOR_API void QorOsInit(void);
+
+/** Says that the program is up again after QorOsSetShutdown. */
+QOR_API void QorOsSetSystemUp(void);
+
+/**
+ * Says that the program is shutting down: a thread that blocks on a named mutex or event gives up
+ * once a signal interrupts its wait. Logged with QOR_LOG_ERROR.
+ */
+QOR_API void QorOsSetShutdown(void);
+
+/** 1 while the program is up, 0 from QorOsSetShutdown on until QorOsSetSystemUp. */
+QOR_API unsigned int QorOsGetSystemUp(void);
+
+/**
+ * Tests and sets the latch of the cryptographic library.
+ * @return 0 for the first caller in the process, who then has to initialise it; 1 for all others
+ */
+QOR_API unsigned int QorOsIsOpenSslInitialized(void);
+
+/**
+ * Tests and sets the latch of the SSL layer.
+ * @return 0 for the first caller in the process, who then has to initialise it; 1 for all others
+ */
+QOR_API unsigned int QorOsIsSslInitialized(void);
+
+/** @} */
+
+/**
+ * @name Time
+ * All of it is wall-clock time and jumps when the clock is set.
+ * @{
+ */
+
+/**
+ * Milliseconds of the clock, modulo 2^32: only the difference of two readings means anything, and
+ * it is right for up to 49.7 days.
+ */
+QOR_API uint32_t QorOsGetTimeInmSec(void);
+
+/** Seconds since the epoch. */
+QOR_API int64_t QorOsGetTimeInSec(void);
+
+/** Seconds since QorOsInit; the first call of either starts the count. */
+QOR_API int64_t QorOsGetUpTime(void);
+
+/**
+ * Sleeps.
+ * Below 1000 the duration counts in milliseconds. From 1000 upwards only whole seconds count: the
+ * remainder is taken as microseconds, so that 1500 sleeps 1.0005 s.
+ * @return 0; -1 where a signal ended the sleep
+ */
+QOR_API int32_t QorOsSleep(uint32_t milliseconds);
+
+/** @} */
+
+/**
+ * @name Console keys
+ * Single keys from the terminal at descriptor 0, without waiting for the end of a line. They change
+ * the settings of the terminal for the length of the call, so only one thread may use them.
+ * @{
+ */
+
+/**
+ * Waits for a key.
+ * Reads through the standard input stream, which may take in more keys than the one returned: they
+ * are there for the next QorOsGetCh and not seen by QorOsGetChNoWait.
+ * @param echo not 0: the terminal shows the key
+ * @return the byte of the key; 0xFFFFFFFF where the input is no terminal or fails
+ */
+QOR_API uint32_t QorOsGetCh(int echo);
+
+/**
+ * Takes a key if there is one, after waiting at most 100 microseconds.
+ * @param echo not 0: the terminal shows a key that arrives during the call
+ * @return the byte of the key; 0 if none waits; 1 if one was announced and could not be read;
+ *         0xFFFFFFFF where the input is no terminal or fails
+ */
+QOR_API uint32_t QorOsGetChNoWait(int echo);
+
+/** @} */
 
 /**
  * @name Bounded strings
@@ -77,6 +172,263 @@ QOR_API char* strlwr(char* string);
  *         and `buffer` then still belongs to the caller
  */
 QOR_API char* concatenateString(char* buffer, const char* src, size_t count, int unescape);
+
+/** @} */
+
+/**
+ * @name Shared memory
+ * Blocks that several processes share: a System V segment found by its key, or a mapped file. The
+ * users of a block synchronise its contents; a record belongs to one thread at a time.
+ * @{
+ */
+
+/** One block as one process sees it. The caller owns the record; the functions fill it. */
+typedef struct QorOsMmf {
+    int32_t fd;         /**< the open file of a mapped file, otherwise -1 */
+    int32_t shmId;      /**< the System V identifier of a segment, otherwise -1 */
+    uint32_t size;      /**< mapped bytes of a file; 0 for a segment */
+    void* address;      /**< where the block begins; null when there is none */
+    uint32_t created;   /**< 1: this call created the segment or the file */
+    uint32_t lastError; /**< errno of the last failure, 0 when there was none; EEXIST after a
+                             successful create tells that the segment existed already */
+} QorOsMmf;
+
+/**
+ * Creates a block, or attaches the one that exists.
+ *
+ * With a file name the file is created with mode 0600 where it does not exist, grown with zeros to
+ * `size` bytes where it is smaller, and mapped whole where it is larger; its descriptor is not
+ * inherited by started programs. A file of 4 GiB or more is refused with EOVERFLOW. Without a name
+ * the segment of `key` is created with mode 0666, or opened whatever its size.
+ *
+ * @param mmf set up anew by the call, whatever it held; on failure without descriptor, segment and
+ *        address, and with the cause in `lastError`
+ * @param size bytes of the block; 0 can't be mapped from a new file
+ * @param name of the file; null or empty for a segment
+ * @param key of the segment, ignored for a file; 0 makes a segment that no other process finds
+ * @param flag ignored
+ * @return 1 when the block is usable; 0 otherwise and for a null record. A segment that cannot be
+ *         attached is removed, also for its other users.
+ */
+QOR_API uint32_t QorOsMmfCreate(QorOsMmf* mmf, uint32_t size, const char* name, uint32_t key,
+                                uint32_t flag);
+
+/**
+ * Attaches the existing segment of `key`.
+ * @param mmf as for QorOsMmfCreate
+ * @param ignored has no meaning
+ * @return 1 when it is attached; 0 otherwise and for a null record. A segment that cannot be
+ *         attached is removed, also for its other users.
+ */
+QOR_API uint32_t QorOsMmfOpen(QorOsMmf* mmf, const void* ignored, uint32_t key);
+
+/**
+ * Gives the block up; a record is closed once.
+ *
+ * A segment that nobody else has attached is removed, and stays readable in this process until its
+ * end; one that others use is detached and `shmId` keeps its value. A file is unmapped and stays on
+ * disk; `fd` is closed and keeps its value.
+ *
+ * @return 1, also for a segment that is gone already; 0 for a null record and where the segment
+ *         could not be removed or the file not unmapped
+ */
+QOR_API uint32_t QorOsMmfClose(QorOsMmf* mmf);
+
+/**
+ * Writes the changed pages of a mapped file to disk before it returns.
+ * @param mmf ignored, may be null
+ * @param address first byte of the range, anywhere in a mapping; the whole page it is in counts
+ * @param length bytes from there on
+ */
+QOR_API uint32_t QorOsMmfFlush(QorOsMmf* mmf, void* address, uint32_t length);
+
+/** @} */
+
+/**
+ * @name Logging
+ * One-line messages and dumps, let through by a mask that all processes of the product share: a bit
+ * that one process sets counts in all of them at once. Output goes to syslog (identity "QorOsLog",
+ * priority LOG_INFO), or to standard output with a time stamp in front.
+ *
+ * Every function accepts a null log and then does nothing. No failure is reported, texts that are
+ * too long are cut, errno keeps its value, and nothing is allocated per message. Two threads that
+ * log at the same moment may print each other's time stamp.
+ * @{
+ */
+
+/** In the mask: output to standard output instead of syslog. Never lets a message through. */
+#define QOR_LOG_STDOUT 0x00000001u
+/** Fatal errors. */
+#define QOR_LOG_FATAL 0x00000004u
+/** Errors and important notices. */
+#define QOR_LOG_ERROR 0x08000000u
+/** Life cycles of resources. */
+#define QOR_LOG_TRACE 0x20000000u
+/** Every wait for and release of a synchronisation object. */
+#define QOR_LOG_DEBUG 0x40000000u
+
+/** Dump as hexadecimal bytes with a column of characters; the first 64 bytes are shown. */
+#define QOR_DUMP_HEX 1
+/** Dump as signed 32-bit numbers joined by points; the first 16 are shown. */
+#define QOR_DUMP_INTEGERS 2
+
+/** The System V key of the shared control block. */
+#define QOR_SHM_KEY 0x8009u
+/** Distinct named mutexes and events that the control block counts. */
+#define QOR_SHM_SLOTS 60
+/** In `QorOsShmSlot::semId`: nothing is counted here. */
+#define QOR_SHM_FREE_SLOT 0xFFFFFFFFu
+
+/** One named mutex or event in the shared control block. */
+typedef struct QorOsShmSlot {
+    uint32_t semId; /**< its System V semaphore, or QOR_SHM_FREE_SLOT */
+    uint32_t cnt;   /**< open handles on it in all processes */
+} QorOsShmSlot;
+
+/**
+ * The control block that all processes of the product share: 500 bytes of System V memory under
+ * QOR_SHM_KEY, words in the machine's byte order. The layout is fixed, since programs built at
+ * different times attach the same block.
+ */
+typedef struct QorOsShmCtl {
+    uint32_t Log;                      /**< the log mask */
+    uint32_t ShmUsers;                 /**< log objects attached */
+    uint32_t GlobSemCnt;               /**< handles on semaphores in all processes */
+    uint32_t NamedSemCnt;              /**< total of all `cnt` below */
+    uint32_t MaxNamedIdx;              /**< one past the highest slot ever used; never decreases */
+    QorOsShmSlot slots[QOR_SHM_SLOTS]; /**< the named mutexes and events */
+} QorOsShmCtl;
+
+/** A log object: one process's attachment to the shared mask. Only the library changes it. */
+typedef struct QorOsLogRec {
+    uint32_t LocSemCnt;   /**< named mutexes and events that this process holds */
+    uint32_t* mask;       /**< the mask in use: `Log` of the shared block */
+    uint32_t privateMask; /**< in use only while the shared block is not attached */
+    QorOsMmf shm;         /**< the attachment; its address is a QorOsShmCtl */
+} QorOsLogRec;
+
+/**
+ * Creates a log object and with it, for the first process, the shared block, whose mask lets
+ * nothing through.
+ * @return owned by the caller, to be released with QorOsvLogDelete; null where the block could be
+ *         neither created nor attached
+ */
+QOR_API QorOsLogRec* QorOspLogNew(void);
+
+/**
+ * Releases a log object and sets the pointer to null. The shared block goes with its last user.
+ * No other thread may use the object any more.
+ * @param log address of the pointer; it or the pointer may be null
+ */
+QOR_API void QorOsvLogDelete(QorOsLogRec** log);
+
+/** Sets bits of the mask, for all processes. */
+QOR_API void QorOsvSetLogLevel(QorOsLogRec* log, uint32_t bits);
+
+/** Clears bits of the mask, for all processes. */
+QOR_API void QorOsvResLogLevel(QorOsLogRec* log, uint32_t bits);
+
+/** The mask; 0 for a null log. */
+QOR_API uint32_t QorOsdGetLogLevel(const QorOsLogRec* log);
+
+/**
+ * Writes a message, formatted as by printf and ended with a line feed.
+ * @param level bits of which one has to be in the mask; QOR_LOG_STDOUT does not count
+ * @param format text of at most 1542 bytes; a line feed that no longer fits is left out
+ */
+QOR_API void QorOsvLog(const QorOsLogRec* log, uint32_t level, const char* format, ...)
+    QOR_PRINTF(3, 4);
+
+/**
+ * Writes a dump of data: the line " len=%5d" and what `mode` says.
+ * @param level as for QorOsvLog
+ * @param text caption, written in front on standard output and never sent to syslog; may be null
+ * @param data bytes, or with QOR_DUMP_INTEGERS signed 32-bit numbers of any alignment; null is
+ *        written as such
+ * @param length how many bytes or numbers there are; nothing behind them is read
+ * @param mode QOR_DUMP_HEX or QOR_DUMP_INTEGERS; with any other only the length is written
+ */
+QOR_API void QorOsvLogData(const QorOsLogRec* log, uint32_t level, const char* text,
+                           const void* data, int32_t length, int32_t mode);
+
+/**
+ * Writes a dump of data behind a caption formatted as by printf, which syslog gets too. Caption and
+ * dump are cut to 1279 bytes together. Otherwise as QorOsvLogData.
+ */
+QOR_API void QorOsvvLogData(const QorOsLogRec* log, uint32_t level, const void* data,
+                            int32_t length, int32_t mode, const char* format, ...) QOR_PRINTF(6, 7);
+
+/** @} */
+
+/**
+ * @name Threads
+ * Detached POSIX threads. A handle is a 64-bit variable of the caller that holds the pthread_t of a
+ * thread, or 0 for none. A thread that is to be stopped cooperatively polls a state word of the
+ * caller: 0 not running, 1 running, 3 stop requested; when it reads 3 it finishes, sets the word to
+ * 0 and returns. The word is accessed atomically here, so an atomic access there is free of races.
+ * @{
+ */
+
+/** What a thread runs; its result goes nowhere, since threads are detached. */
+typedef void* (*QorOsThreadRoutine)(void* argument);
+
+/** Called by QorOsThreadStop to wake a thread, for instance by closing its socket. */
+typedef void (*QorOsThreadStopCallback)(uint64_t argument);
+
+/**
+ * Starts a detached thread.
+ * @param handle receives the handle when the call returns, 0 on failure
+ * @param routine what the thread runs
+ * @param stackSize in bytes, a size that the system refuses is ignored; 0 for the system's default
+ *        or 256 KiB, whichever is less
+ * @param argument passed to `routine`
+ * @return 1 when it was started, otherwise 0; null for `handle` starts nothing
+ */
+QOR_API uint32_t QorOsThreadBegin(uint64_t* handle, QorOsThreadRoutine routine, uint32_t stackSize,
+                                  void* argument);
+
+/** Ends the calling thread with the exit value 1. */
+QOR_API __attribute__((noreturn)) void QorOsThreadEnd(void);
+
+/**
+ * Cancels a thread, which ends at its next cancellation point.
+ * @param handle set to 0 when the thread was cancelled and kept when it could not be; null and a
+ *        handle of 0 do nothing
+ */
+QOR_API void QorOsThreadCancel(uint64_t* handle);
+
+/**
+ * Starts a detached thread with the default stack unless its state word says that it runs.
+ * @param handle receives the handle; 0 where the thread was running already; unchanged on failure;
+ *        may be null
+ * @param state the state word, set to 1 for a thread that starts and back to 0 where that fails;
+ *        null starts a thread in any case
+ * @return 1 when the thread was started or runs already, otherwise 0
+ */
+QOR_API uint32_t QorOsThreadStart(uint64_t* handle, uint32_t* state, QorOsThreadRoutine routine,
+                                  void* argument);
+
+/**
+ * Stops a thread. With a handle variable, whatever it holds, the thread is cancelled and the state
+ * word set to 0. Otherwise the state word is set to 3, and the call waits until it changes.
+ * @param handle of the thread; null to stop by the state word
+ * @param state the state word, may be null
+ * @param pollLimit how often to look, every 100 ms; 0 and below: practically without end. A thread
+ *        that stops during the last poll counts as timed out.
+ * @param callback called once after the stop request; may be null
+ * @param callbackArgument passed to `callback`
+ * @param name for log messages, may be null
+ * @return 0 on a time-out, which leaves the thread alone and the state word at 3; otherwise 1
+ */
+QOR_API uint32_t QorOsThreadStop(uint64_t* handle, uint32_t* state, int32_t pollLimit,
+                                 QorOsThreadStopCallback callback, uint64_t callbackArgument,
+                                 const char* name);
+
+/**
+ * Runs `function` once in the life of the process: only the first function ever passed here runs,
+ * no later one, whichever it is. Returns 0, or the error of pthread_once.
+ */
+QOR_API int QorOsCallOnce(void (*function)(void));
 
 /** @} */
 
