@@ -1,0 +1,187 @@
+#include "loopback.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <unistd.h>
+
+#if defined(__APPLE__)
+#include <mach/mach.h>
+#endif
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace support {
+
+namespace {
+
+#if !defined(__APPLE__)
+std::size_t entriesOf(const char* path) {
+    DIR* const directory = opendir(path);
+    if (directory == nullptr) {
+        return 0;
+    }
+    std::size_t count = 0;
+    while (const dirent* const entry = readdir(directory)) {
+        count += entry->d_name[0] != '.' ? 1 : 0;
+    }
+    closedir(directory);
+    return count;
+}
+#endif
+
+} // namespace
+
+LoopbackAddress::LoopbackAddress(int family, std::uint16_t port) : storage(), length(0) {
+    if (family == AF_INET6) {
+        sockaddr_in6 address = {};
+        address.sin6_family = AF_INET6;
+        address.sin6_addr = in6addr_loopback;
+        address.sin6_port = htons(port);
+        length = sizeof address;
+        memcpy(&storage, &address, sizeof address);
+        return;
+    }
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    length = sizeof address;
+    memcpy(&storage, &address, sizeof address);
+}
+
+const sockaddr* LoopbackAddress::get() const {
+    return reinterpret_cast<const sockaddr*>(&storage);
+}
+
+int listenOnLoopback(int family, int backlog) {
+    const int listener = socket(family, SOCK_STREAM, 0);
+    const LoopbackAddress address(family, 0);
+    if (listener >= 0 && fcntl(listener, F_SETFD, FD_CLOEXEC) == 0 &&
+        bind(listener, address.get(), address.length) == 0 && listen(listener, backlog) == 0) {
+        return listener;
+    }
+    if (listener >= 0) {
+        close(listener);
+    }
+    return -1;
+}
+
+std::uint16_t portOf(int descriptor) {
+    sockaddr_in6 address = {}; // the port stands at the same place for both families
+    socklen_t length = sizeof address;
+    if (getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        return 0;
+    }
+    return ntohs(address.sin6_port);
+}
+
+std::uint16_t unusedPort() {
+    const int listener = listenOnLoopback(AF_INET, 1);
+    const std::uint16_t port = portOf(listener);
+    close(listener);
+    return port;
+}
+
+bool acceptsConnections(std::uint16_t port) {
+    const int probe = socket(AF_INET, SOCK_STREAM, 0);
+    const LoopbackAddress address(AF_INET, port);
+    const bool taken = probe >= 0 && connect(probe, address.get(), address.length) == 0;
+    if (probe >= 0) {
+        close(probe);
+    }
+    return taken;
+}
+
+FullBacklogListener::FullBacklogListener()
+    : listener_(listenOnLoopback(AF_INET, 0)), port_(portOf(listener_)) {
+    // Systems round the backlog up, each in its own way: connect until one is not answered.
+    for (int i = 0; listener_ >= 0 && !full_ && i < 64; ++i) {
+        full_ = !connectOnce();
+    }
+}
+
+FullBacklogListener::~FullBacklogListener() {
+    for (const int descriptor : sockets_) {
+        close(descriptor);
+    }
+    if (listener_ >= 0) {
+        close(listener_);
+    }
+}
+
+bool FullBacklogListener::connectOnce() {
+    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+    if (descriptor < 0) {
+        return true;
+    }
+    sockets_.push_back(descriptor);
+    fcntl(descriptor, F_SETFL, O_NONBLOCK);
+    const LoopbackAddress address(AF_INET, port_);
+    if (connect(descriptor, address.get(), address.length) == 0) {
+        return true;
+    }
+    pollfd waiting = {descriptor, POLLOUT, 0};
+    return poll(&waiting, 1, 100) == 1;
+}
+
+void FullBacklogListener::makeRoom() {
+    fcntl(listener_, F_SETFL, O_NONBLOCK);
+    for (int taken = 0; taken >= 0;) {
+        taken = accept(listener_, nullptr, nullptr);
+        if (taken >= 0) {
+            sockets_.push_back(taken);
+        }
+    }
+}
+
+#if defined(__APPLE__)
+
+std::size_t openDescriptors() {
+    std::size_t count = 0;
+    for (int descriptor = 0; descriptor < getdtablesize(); ++descriptor) {
+        count += fcntl(descriptor, F_GETFD) >= 0 ? 1 : 0;
+    }
+    return count;
+}
+
+std::size_t runningThreads() {
+    thread_act_array_t threads = nullptr;
+    mach_msg_type_number_t count = 0;
+    task_threads(mach_task_self(), &threads, &count);
+    for (mach_msg_type_number_t i = 0; i < count; ++i) {
+        mach_port_deallocate(mach_task_self(), threads[i]);
+    }
+    vm_deallocate(mach_task_self(), reinterpret_cast<vm_address_t>(threads),
+                  count * sizeof *threads);
+    return count;
+}
+
+#else
+
+std::size_t openDescriptors() {
+    return entriesOf("/proc/self/fd") - 1; // without the one that reads the directory
+}
+
+std::size_t runningThreads() {
+    return entriesOf("/proc/self/task");
+}
+
+#endif
+
+bool threadsFallTo(std::size_t count) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (runningThreads() > count) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+} // namespace support
