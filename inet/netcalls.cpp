@@ -1,0 +1,79 @@
+#include "netcalls.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+// On the definitions only: a replacement that sees the declarations has to win.
+#define NETCALLS_REPLACEABLE __attribute__((weak))
+
+namespace netcalls {
+
+int openStreamSocket(int family) {
+#if defined(__APPLE__)
+    const int sock = socket(family, SOCK_STREAM, 0);
+    if (sock >= 0) {
+        fcntl(sock, F_SETFD, FD_CLOEXEC);
+    }
+    return sock;
+#else
+    return socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+#endif
+}
+
+NETCALLS_REPLACEABLE int connectSocket(int sock, const sockaddr* address, socklen_t length) {
+    return connect(sock, address, length);
+}
+
+#if defined(__APPLE__)
+
+NETCALLS_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
+    return send(sock, data, size, 0);
+}
+
+bool refuseSigPipe(int sock) {
+    const int on = 1;
+    return setsockopt(sock, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) == 0;
+}
+
+#else
+
+NETCALLS_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
+    return send(sock, data, size, MSG_NOSIGNAL);
+}
+
+bool refuseSigPipe(int) {
+    return true;
+}
+
+#endif
+
+NETCALLS_REPLACEABLE int resolveHost(const char* host, addrinfo** list) {
+    return getaddrinfo(host, nullptr, nullptr, list);
+}
+
+NETCALLS_REPLACEABLE void freeResolved(addrinfo* list) {
+    freeaddrinfo(list);
+}
+
+int waitReadable(int sock, unsigned int seconds) {
+    constexpr unsigned int longestWait = 1000000; // s; in ms it fits an int
+    for (;;) {
+        const unsigned int wait = std::min(seconds, longestWait);
+        pollfd waiting = {sock, POLLIN, 0};
+        const int ready = poll(&waiting, 1, static_cast<int>(wait * 1000));
+        seconds -= wait;
+        if (ready == 1 && (waiting.revents & POLLNVAL) != 0) {
+            errno = EBADF;
+            return -1;
+        }
+        if (ready != 0 || seconds == 0) {
+            return ready;
+        }
+    }
+}
+
+} // namespace netcalls
