@@ -6,6 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+
+#include "qoros.h"
 
 // On the definitions only: a replacement that sees the declarations has to win.
 #define NETCALLS_REPLACEABLE __attribute__((weak))
@@ -57,6 +60,11 @@ NETCALLS_REPLACEABLE int resolveHost(const char* host, addrinfo** list) {
 
 NETCALLS_REPLACEABLE void freeResolved(addrinfo* list) {
     freeaddrinfo(list);
+}
+
+NETCALLS_REPLACEABLE bool startThread(void* (*routine)(void*), void* argument) {
+    std::uint64_t handle = 0; // of no use: nobody joins the thread
+    return QorOsThreadBegin(&handle, routine, 0, argument) != 0;
 }
 
 int waitReadable(int sock, unsigned int seconds) {

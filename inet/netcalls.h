@@ -26,6 +26,9 @@ bool refuseSigPipe(int sock);
 int resolveHost(const char* host, addrinfo** list);
 void freeResolved(addrinfo* list);
 
+// Starts a detached thread with the OS layer's default stack; false where that fails. Replaceable.
+bool startThread(void* (*routine)(void*), void* argument);
+
 // Waits for a socket to become readable as select(2) would: 1, 0 after the time, -1 with errno. Its
 // fixed-size set would be overrun by descriptors from 1,024 on.
 int waitReadable(int sock, unsigned int seconds);

@@ -95,8 +95,7 @@ void awaitWatchdog(TcpClient* client) {
 bool startWatchdog(TcpClient* client) {
     client->connecting = connectRuns;
     client->watchdogDone = 0;
-    std::uint64_t handle = 0; // not kept: the thread is detached and answers through its flag
-    return QorOsThreadBegin(&handle, TcpClient::connectThread, 0, client) != 0;
+    return netcalls::startThread(TcpClient::connectThread, client);
 }
 
 bool connectToAddress(int sock, QorIpAddr* addr, unsigned int port) {

@@ -130,6 +130,9 @@ bool FullBacklogListener::connectOnce() {
 }
 
 void FullBacklogListener::makeRoom() {
+    // The one that found the queue full would otherwise fill the place with its next attempt.
+    close(sockets_.back());
+    sockets_.pop_back();
     fcntl(listener_, F_SETFL, O_NONBLOCK);
     for (int taken = 0; taken >= 0;) {
         taken = accept(listener_, nullptr, nullptr);

@@ -1,0 +1,257 @@
+#include "tcpclient.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "inet/netcalls.h"
+#include "loopback.h"
+
+namespace {
+
+std::function<int(const char*, addrinfo**)> resolve;
+std::function<void(addrinfo*)> release;
+std::function<int(int, const sockaddr*, socklen_t)> connectTo;
+std::function<ssize_t(const void*, std::size_t)> transmit;
+std::function<bool()> threadsStart = [] { return true; };
+
+} // namespace
+
+// In place of the library's own.
+namespace netcalls {
+
+int resolveHost(const char* host, addrinfo** list) {
+    return resolve(host, list);
+}
+
+void freeResolved(addrinfo* list) {
+    release(list);
+}
+
+int connectSocket(int sock, const sockaddr* address, socklen_t length) {
+    return connectTo(sock, address, length);
+}
+
+ssize_t sendBytes(int, const void* data, std::size_t size) {
+    return transmit(data, size);
+}
+
+bool startThread(void* (*routine)(void*), void* argument) {
+    if (threadsStart()) {
+        std::thread(routine, argument).detach();
+        return true;
+    }
+    return false;
+}
+
+} // namespace netcalls
+
+namespace {
+
+// A resolver's answer: addresses of the test networks of RFC 5737 and RFC 3849.
+class Answer {
+public:
+    explicit Answer(const std::vector<std::string>& texts)
+        : entries_(texts.size()), addresses_(texts.size()) {
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            QorIpAddr addr(texts[i].c_str());
+            sockaddr* const address = reinterpret_cast<sockaddr*>(&addresses_[i]);
+            addr.InitSockAddr(address, sizeof addresses_[i], 0);
+            entries_[i].ai_family = addr.GetAF();
+            entries_[i].ai_addr = address;
+            entries_[i].ai_next = i + 1 < texts.size() ? &entries_[i + 1] : nullptr;
+        }
+    }
+
+    addrinfo* list() {
+        return entries_.empty() ? nullptr : entries_.data();
+    }
+
+private:
+    std::vector<addrinfo> entries_;
+    std::vector<sockaddr_storage> addresses_;
+};
+
+// "address port length" of what connect was asked for.
+std::string describe(const sockaddr* address, socklen_t length) {
+    sockaddr_storage storage = {};
+    memcpy(&storage, address, length);
+    QorIpAddr addr;
+    addr.SetFromSockAddr(&storage);
+    unsigned short port = 0; // behind the family in both kinds
+    memcpy(&port, reinterpret_cast<const char*>(address) + 2, sizeof port);
+    return std::string(addr.GetStr()) + " " + std::to_string(ntohs(port)) + " " +
+           std::to_string(length);
+}
+
+TEST(TcpClientInternal, TriesOneAddressOfEachFamily) {
+    struct Case {
+        const char* name;
+        const char* host;
+        std::vector<std::string> answer;
+        std::string reachable; // the family's first characters
+        signed char result;
+        std::vector<std::string> tried;
+    };
+    const std::string first4 = "192.0.2.1 8080 16";
+    const std::string first6 = "2001:db8::1 8080 28";
+    const std::vector<std::string> both = {"2001:db8::1", "192.0.2.1", "192.0.2.2", "2001:db8::2"};
+    const Case cases[] = {
+        {"IPv4 first, whatever the order", "host", both, "192", 1, {first4}},
+        {"IPv6 when IPv4 fails", "host", both, "2001", 1, {first4, first6}},
+        {"no second address of a family", "host", both, "none", 0, {first4, first6}},
+        {"only IPv6", "host", {"2001:db8::1"}, "2001", 1, {first6}},
+        {"only IPv4", "host", {"192.0.2.1"}, "none", 0, {first4}},
+        {"neither", "host", {""}, "none", 0, {}},
+        {"not resolved", "unknown", {}, "none", 0, {}},
+        {"IPv4 text", "192.0.2.1", {}, "192", 1, {first4}},
+        {"IPv6 text", "2001:db8::1", {}, "none", 0, {first6}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Answer answer(c.answer);
+        std::string asked;
+        addrinfo* freed = nullptr;
+        std::vector<std::string> tried;
+        resolve = [&](const char* host, addrinfo** list) {
+            asked = host;
+            *list = answer.list();
+            return *list == nullptr ? EAI_NONAME : 0;
+        };
+        release = [&](addrinfo* list) { freed = list; };
+        connectTo = [&](int, const sockaddr* address, socklen_t length) {
+            tried.push_back(describe(address, length));
+            return tried.back().find(c.reachable) == 0 ? 0 : -1;
+        };
+        TcpClient client;
+        EXPECT_EQ(client.Connect(c.host, 8080 + 0x10000, 0), c.result);
+        EXPECT_EQ(tried, c.tried);
+        EXPECT_EQ(freed, answer.list());
+        const bool isText = QorIpAddr(c.host).GetAF() != 0;
+        EXPECT_EQ(asked, isText ? "" : c.host);
+    }
+}
+
+TEST(TcpClientInternal, DropsAConnectionThatStandsTooLate) {
+    // The system reports success although the watchdog has closed the socket meanwhile.
+    connectTo = [](int sock, const sockaddr*, socklen_t) {
+        while (fcntl(sock, F_GETFD) >= 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return 0;
+    };
+    TcpClient client;
+    client.timeout = 0;
+    EXPECT_EQ(client.Connect("192.0.2.1", 1, 0), 0);
+    EXPECT_EQ(client.connected, 0);
+    EXPECT_EQ(+client.lastError, 1u);
+    EXPECT_EQ(client.sock, -1);
+}
+
+TEST(TcpClientInternal, ReportsTheSocketThatItLeaves) {
+    // Connects that end just when the watchdog looks: each is either cut, and then reported as
+    // failed, or reported with a socket that stays open.
+    connectTo = [](int, const sockaddr* address, socklen_t) {
+        unsigned short port = 0;
+        memcpy(&port, reinterpret_cast<const char*>(address) + 2, sizeof port);
+        std::this_thread::sleep_for(std::chrono::microseconds(ntohs(port)) +
+                                    std::chrono::milliseconds(90));
+        return 0;
+    };
+    const std::size_t descriptors = support::openDescriptors();
+    std::vector<std::thread> threads;
+    for (unsigned int i = 0; i < 32; ++i) {
+        threads.emplace_back([i] {
+            TcpClient client;
+            client.timeout = 0;
+            const signed char done = client.Connect("192.0.2.1", 400 * i, 0); // 90 to 102 ms
+            EXPECT_EQ(client.connected, done);
+            EXPECT_EQ(client.sock >= 0 && fcntl(client.sock, F_GETFD) >= 0, done == 1);
+            EXPECT_EQ(+client.lastError, done == 1 ? 0u : 1u);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(support::openDescriptors(), descriptors);
+}
+
+TEST(TcpClientInternal, FailsWithoutAWatchdog) {
+    const std::size_t descriptors = support::openDescriptors();
+    threadsStart = [] { return false; };
+    connectTo = [](int, const sockaddr*, socklen_t) {
+        ADD_FAILURE() << "nobody would keep the time-out";
+        return 0;
+    };
+    TcpClient client;
+    EXPECT_EQ(client.Connect("192.0.2.1", 1, 0), 0);
+    EXPECT_EQ(+client.lastError, 1u);
+    EXPECT_EQ(client.sock, -1);
+    EXPECT_EQ(support::openDescriptors(), descriptors);
+    threadsStart = [] { return true; };
+}
+
+TEST(TcpClientInternal, RepeatsASendThatWouldBlock) {
+    struct Call {
+        int offset;
+        std::size_t size;
+    };
+    struct Case {
+        const char* name;
+        std::vector<int> results; // bytes, or a negative errno
+        signed char result;
+        std::vector<Call> calls;
+    };
+    const int again = -EAGAIN;
+    const Case cases[] = {
+        {"at once", {8}, 1, {{0, 8}}},
+        {"in parts", {3, 4, 1}, 1, {{0, 8}, {3, 5}, {7, 1}}},
+        {"a retry begins one byte earlier", {3, again, 6}, 1, {{0, 8}, {3, 5}, {2, 6}}},
+        {"even before the data", {again, 9}, 1, {{0, 8}, {-1, 9}}},
+        {"three retries", {again, again, again, 11}, 1, {{0, 8}, {-1, 9}, {-2, 10}, {-3, 11}}},
+        {"not a fourth, whatever came between",
+         {again, 2, again, again, again},
+         0,
+         {{0, 8}, {-1, 9}, {1, 7}, {0, 8}, {-1, 9}}},
+        {"no retry after another error", {-EINTR}, 0, {{0, 8}}},
+        {"nor after a broken pipe", {4, -EPIPE}, 0, {{0, 8}, {4, 4}}},
+    };
+    const unsigned char bytes[] = "###12345678";
+    const unsigned char* const data = bytes + 3;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::size_t call = 0;
+        transmit = [&](const void* from, std::size_t size) -> ssize_t {
+            EXPECT_EQ(errno, 0);
+            if (call >= c.results.size()) {
+                ADD_FAILURE() << "one call too many";
+                errno = EIO;
+                return -1;
+            }
+            EXPECT_EQ(static_cast<const unsigned char*>(from) - data, c.calls[call].offset);
+            EXPECT_EQ(size, c.calls[call].size);
+            const int result = c.results[call++];
+            errno = result < 0 ? -result : 0;
+            return result < 0 ? -1 : result;
+        };
+        TcpClient client;
+        client.sock = 0; // only handed through
+        errno = EPIPE;   // of an earlier call
+        EXPECT_EQ(client.Send(data, 8), c.result);
+        EXPECT_EQ(call, c.results.size());
+        EXPECT_EQ(client.Send(data, 0), 1); // without a call
+        client.sock = -1;
+    }
+}
+
+} // namespace

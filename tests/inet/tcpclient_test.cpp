@@ -1,0 +1,369 @@
+#include "tcpclient.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "environment.h"
+#include "loopback.h"
+#include "qorinet.h"
+#include "scripted_server.h"
+
+namespace {
+
+using namespace support;
+using std::chrono::milliseconds;
+
+// The members are packed: their values, never references to them, go into the expectations.
+struct State {
+    unsigned int connected;
+    unsigned int lastError;
+    bool open;
+};
+
+State stateOf(const TcpClient& client) {
+    return {client.connected, client.lastError, client.sock != -1};
+}
+
+bool operator==(const State& a, const State& b) {
+    return a.connected == b.connected && a.lastError == b.lastError && a.open == b.open;
+}
+
+std::ostream& operator<<(std::ostream& out, const State& state) {
+    return out << "connected " << state.connected << ", last error " << state.lastError
+               << (state.open ? ", open" : ", no socket");
+}
+
+signed char sendText(TcpClient& client, const std::string& text) {
+    return client.Send(reinterpret_cast<const unsigned char*>(text.data()),
+                       static_cast<unsigned int>(text.size()));
+}
+
+using Reader = signed char (TcpClient::*)(unsigned char*, unsigned int*);
+
+// What one read gives, "failed" where it fails; a failed read must announce no bytes.
+std::string readOnce(TcpClient& client, Reader read = &TcpClient::Receive, unsigned int size = 64) {
+    std::string bytes(size, '#');
+    const signed char done = (client.*read)(reinterpret_cast<unsigned char*>(bytes.data()), &size);
+    bytes.resize(size);
+    return done == 1 ? bytes : "failed";
+}
+
+milliseconds since(std::chrono::steady_clock::time_point begin) {
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+TEST(TcpClient, ConnectsToNamesAndAddresses) {
+    struct Case {
+        const char* name;
+        const char* host;
+        Loopback family;
+        bool asObject;
+    };
+    const Case cases[] = {
+        {"name", "localhost", Loopback::v4, false},
+        {"IPv4 text", "127.0.0.1", Loopback::v4, false},
+        {"IPv4 object", "127.0.0.1", Loopback::v4, true},
+        {"IPv6 text", "::1", Loopback::v6, false},
+        {"IPv6 object", "::1", Loopback::v6, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.family == Loopback::v6 && !hasIpv6Loopback()) {
+            continue;
+        }
+        ScriptedServer server({{readBytes(4), sendBytes("pong")}}, c.family);
+        const unsigned int port = server.port() + 0x10000u; // only 16 bits count
+        TcpClient client;
+        QorIpAddr addr(c.host);
+        EXPECT_EQ(c.asObject ? client.Connect(&addr, port, 1) : client.Connect(c.host, port, 1), 1);
+        EXPECT_EQ(stateOf(client), (State{1, 0, true}));
+        EXPECT_EQ(client.ssl, 1);
+        EXPECT_EQ(+client.port, port);
+        EXPECT_STREQ(client.hostName, c.asObject ? "" : c.host);
+        EXPECT_EQ(fcntl(client.sock, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+        EXPECT_EQ(sendText(client, "ping"), 1);
+        EXPECT_EQ(readOnce(client), "pong");
+        EXPECT_EQ(server.wait(), "");
+    }
+}
+
+TEST(TcpClient, TellsWhyAConnectFailed) {
+    struct Case {
+        const char* name;
+        const char* host;
+        unsigned int lastError;
+    };
+    const Case cases[] = {
+        {"refused", "127.0.0.1", 1}, {"no address, so no socket", "", 0}, {"null", nullptr, 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::size_t descriptors = openDescriptors();
+        const unsigned int port = unusedPort();
+        TcpClient client;
+        QorIpAddr addr(c.host == nullptr ? "" : c.host);
+        EXPECT_EQ(client.Connect(c.host == nullptr ? nullptr : &addr, port, 0), 0);
+        EXPECT_EQ(stateOf(client), (State{0, c.lastError, false}));
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
+    TcpClient client;
+    EXPECT_EQ(client.Connect(static_cast<const char*>(nullptr), 1, 0), 0);
+}
+
+TEST(TcpClient, KeepsAHostNameThatFits) {
+    const unsigned int port = unusedPort();
+    TcpClient client;
+    const std::string longest = "127.0.0.1" + std::string(118, '.');
+    for (const std::string& host : {longest, longest + "."}) {
+        client.Connect(host.c_str(), port, 0);
+        EXPECT_EQ(client.hostName, longest);
+    }
+    client.Connect("127.0.0.1", port, 0);
+    client.Connect(client.hostName, port, 0);
+    EXPECT_STREQ(client.hostName, "127.0.0.1");
+}
+
+TEST(TcpClient, CutsAConnectAtItsTimeout) {
+    struct Case {
+        unsigned int timeout; // s
+        int atLeast;          // ms
+    };
+    for (const Case& c : {Case{0, 100}, Case{1, 1000}}) {
+        SCOPED_TRACE(c.timeout);
+        FullBacklogListener listener;
+        ASSERT_TRUE(listener.full());
+        const std::size_t descriptors = openDescriptors();
+        const std::size_t threads = runningThreads();
+        const auto begin = std::chrono::steady_clock::now();
+        TcpClient client;
+        client.timeout = c.timeout;
+        EXPECT_EQ(client.Connect("127.0.0.1", listener.port(), 0), 0);
+        EXPECT_GE(since(begin).count(), c.atLeast);
+        EXPECT_LT(since(begin).count(), c.atLeast + 3000); // the machine may be slow
+        EXPECT_EQ(stateOf(client), (State{0, 1, false}));
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_TRUE(threadsFallTo(threads));
+    }
+}
+
+TEST(TcpClient, ConnectsWithinTheTimeout) {
+    FullBacklogListener listener;
+    ASSERT_TRUE(listener.full());
+    std::thread helper([&listener] {
+        std::this_thread::sleep_for(milliseconds(300));
+        listener.makeRoom();
+    });
+    TcpClient late;
+    EXPECT_EQ(late.Connect("127.0.0.1", listener.port(), 0), 1);
+    EXPECT_EQ(stateOf(late), (State{1, 0, true}));
+    helper.join();
+
+    // With a time-out of 0 the watch ends after its first step; what stands by then survives.
+    ScriptedServer server({{readToEnd()}, {}});
+    TcpClient client;
+    client.timeout = 0;
+    ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
+    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
+    // A further connect gives the open socket up and does not close it.
+    const int first = client.sock;
+    EXPECT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
+    EXPECT_EQ(close(first), 0);
+    EXPECT_EQ(server.wait(), "");
+}
+
+TEST(TcpClient, DoesNothingWithoutASocket) {
+    TcpClient client;
+    EXPECT_EQ(+client.timeout, 15u);
+    EXPECT_EQ(client.ssl, 0);
+    EXPECT_EQ(sendText(client, ""), 0);
+    EXPECT_EQ(readOnce(client), "failed");
+    EXPECT_EQ(client.WaitForReceive(0), 0);
+    EXPECT_EQ(client.StartSSL(), 0);
+    EXPECT_EQ(client.sslInit(), 1);
+    EXPECT_EQ(client.SetOption(QOR_TCPCLIENT_OPTION_NONE, nullptr, 0), 0);
+    EXPECT_EQ(client.GetOption(QOR_TCPCLIENT_OPTION_NONE, nullptr, nullptr), 0);
+    client.SetKeepAlive();
+    EXPECT_EQ(client.Disconnect(), 1);
+    EXPECT_EQ(stateOf(client), (State{0, 0, false}));
+    EXPECT_EQ(client.ssl, 0);
+}
+
+// Connections with a server that plays one script; the client is connected when a test begins.
+class TcpClientConnection : public testing::Test {
+protected:
+    void connectTo(Script script) {
+        server = std::make_unique<ScriptedServer>(std::vector<Script>{std::move(script)});
+        ASSERT_EQ(client.Connect("127.0.0.1", server->port(), 0), 1);
+    }
+
+    std::unique_ptr<ScriptedServer> server;
+    TcpClient client;
+};
+
+TEST_F(TcpClientConnection, SendsWholeBuffersToASlowReader) {
+    std::string data(8u * 1024 * 1024, '\0');
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        data[i] = static_cast<char>(i * 31 >> 8);
+    }
+    connectTo({pauseFor(milliseconds(200)), readBytes(data.size())});
+    EXPECT_EQ(sendText(client, ""), 1);
+    EXPECT_EQ(sendText(client, data), 1);
+    EXPECT_EQ(server->wait(), "");
+    EXPECT_TRUE(server->received(0) == data);
+}
+
+TEST_F(TcpClientConnection, ReceivesUntilThePeerEnds) {
+    struct Case {
+        const char* name;
+        Step end;
+    };
+    for (const Case& c : {Case{"orderly close", closeNow()}, Case{"reset", reset()}}) {
+        SCOPED_TRACE(c.name);
+        connectTo({sendBytes("abcdef"), pauseUntilReleased(), c.end});
+        EXPECT_EQ(readOnce(client, &TcpClient::Receive, 4), "abcd");
+        EXPECT_EQ(readOnce(client), "ef");
+        server->release();
+        EXPECT_EQ(client.WaitForReceive(5), 1);
+        EXPECT_EQ(readOnce(client), "failed");
+        EXPECT_EQ(stateOf(client), (State{0, 0, true}));
+        EXPECT_EQ(client.Disconnect(), 1);
+        EXPECT_EQ(stateOf(client), (State{0, 0, false}));
+    }
+}
+
+TEST_F(TcpClientConnection, GivesUpAReceiveAtTheTimeout) {
+    for (const unsigned int timeout : {0u, 1u}) { // with 0 even bytes that are there don't help
+        SCOPED_TRACE(timeout);
+        const bool early = timeout == 0;
+        connectTo({sendBytes(early ? "late" : ""), pauseUntilReleased(),
+                   sendBytes(early ? "" : "late"), readToEnd()});
+        client.timeout = timeout;
+        EXPECT_EQ(client.WaitForReceive(timeout), early ? 1 : 0);
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(readOnce(client), "failed");
+        EXPECT_GE(since(begin).count(), timeout * 1000);
+        EXPECT_EQ(stateOf(client), (State{0, 3, true}));
+
+        server->release();
+        EXPECT_EQ(readOnce(client), "failed"); // at once: it is no longer connected
+        EXPECT_EQ(stateOf(client), (State{0, 0, true}));
+        EXPECT_EQ(readOnce(client, &TcpClient::Peek), "late"); // the socket is there all the same
+        client.Disconnect();
+    }
+}
+
+TEST_F(TcpClientConnection, TakesBytesOutWithAPeek) {
+    connectTo({sendBytes("ab"), readToEnd()});
+    EXPECT_EQ(readOnce(client, &TcpClient::Peek, 1), "a");
+    EXPECT_EQ(readOnce(client, &TcpClient::Receive, 1), "b");
+    EXPECT_EQ(client.Receive(nullptr, nullptr), 0);
+}
+
+TEST_F(TcpClientConnection, OnlyRecordsThatSslWasStarted) {
+    connectTo({readToEnd()});
+    EXPECT_EQ(client.ssl, 0);
+    EXPECT_EQ(client.StartSSL(), 1);
+    EXPECT_EQ(client.ssl, 1);
+    client.Disconnect();
+    EXPECT_EQ(server->wait(), "");
+    EXPECT_EQ(server->received(0), "");
+}
+
+TEST_F(TcpClientConnection, SetsNoKeepAlive) {
+    connectTo({readToEnd()});
+    const auto option = [this](int level, int name) {
+        int value = -1;
+        socklen_t length = sizeof value;
+        getsockopt(client.sock, level, name, &value, &length);
+        return value;
+    };
+    const int before = option(IPPROTO_TCP, 8);
+    client.SetKeepAlive();
+#if defined(TCP_NOOPT)
+    EXPECT_NE(option(IPPROTO_TCP, 8), before);
+#else
+    EXPECT_EQ(option(IPPROTO_TCP, 8), before);
+#endif
+    EXPECT_EQ(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+}
+
+TEST_F(TcpClientConnection, SendsToABrokenPeerWithoutASignal) {
+    static volatile sig_atomic_t signals;
+    signals = 0;
+    const auto count = [](int) { signals = signals + 1; };
+    void (*const before)(int) = signal(SIGPIPE, count);
+    connectTo({reset()});
+    EXPECT_EQ(server->wait(), "");
+    EXPECT_EQ(client.WaitForReceive(5), 1); // the reset is there
+    EXPECT_EQ(sendText(client, "x"), 0);    // tells it once
+    EXPECT_EQ(sendText(client, "x"), 0);    // now the pipe is broken
+    EXPECT_EQ(errno, EPIPE);
+    EXPECT_EQ(signals, 0);
+    signal(SIGPIPE, before);
+}
+
+TEST_F(TcpClientConnection, WaitsOnHighDescriptors) {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_cur <= 1100) {
+        limit.rlim_cur = 1200;
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            QOR_SKIP_OR_FAIL("no more than 1,100 descriptors are allowed");
+        }
+    }
+    connectTo({pauseUntilReleased(), sendBytes("ab"), readToEnd()});
+    const int high = fcntl(client.sock, F_DUPFD_CLOEXEC, 1100);
+    ASSERT_GE(high, 1100);
+    close(client.sock);
+    client.sock = high;
+    EXPECT_EQ(client.WaitForReceive(0), 0);
+    server->release();
+    EXPECT_EQ(client.WaitForReceive(5), 1);
+    EXPECT_EQ(readOnce(client), "ab");
+
+    // A wait that the system refuses changes nothing.
+    close(client.sock);
+    EXPECT_EQ(client.WaitForReceive(1), 0);
+    EXPECT_EQ(readOnce(client, &TcpClient::Receive, 0), "failed");
+    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
+    client.sock = -1;
+}
+
+TEST(QorInet, PreparesSockets) {
+    for (const bool reuse : {false, true}) {
+        SCOPED_TRACE(reuse);
+        const int sock = socket(AF_INET, SOCK_STREAM, 0);
+        EXPECT_EQ(QorInetSetSockOpt(sock, reuse ? 1 : 0), 1);
+        linger lingering = {};
+        socklen_t length = sizeof lingering;
+        getsockopt(sock, SOL_SOCKET, SO_LINGER, &lingering, &length);
+        EXPECT_NE(lingering.l_onoff, 0);
+        EXPECT_EQ(lingering.l_linger, 0);
+        for (const int option : {SO_REUSEADDR, SO_REUSEPORT}) {
+            int value = -1;
+            length = sizeof value;
+            getsockopt(sock, SOL_SOCKET, option, &value, &length);
+            EXPECT_EQ(value != 0, reuse);
+        }
+        close(sock);
+    }
+    EXPECT_EQ(QorInetSetSockOpt(-1, 0), 0);
+    EXPECT_EQ(QorInetSetSockOpt(-1, 1), 0);
+}
+
+} // namespace
