@@ -155,7 +155,7 @@ TEST(TcpClientInternal, DropsAConnectionThatStandsTooLate) {
     EXPECT_EQ(client.Connect("192.0.2.1", 1, 0), 0);
     EXPECT_EQ(client.connected, 0);
     EXPECT_EQ(+client.lastError, 1u);
-    EXPECT_EQ(client.sock, -1);
+    EXPECT_EQ(+client.sock, -1);
 }
 
 TEST(TcpClientInternal, ReportsTheSocketThatItLeaves) {
@@ -196,7 +196,7 @@ TEST(TcpClientInternal, FailsWithoutAWatchdog) {
     TcpClient client;
     EXPECT_EQ(client.Connect("192.0.2.1", 1, 0), 0);
     EXPECT_EQ(+client.lastError, 1u);
-    EXPECT_EQ(client.sock, -1);
+    EXPECT_EQ(+client.sock, -1);
     EXPECT_EQ(support::openDescriptors(), descriptors);
     threadsStart = [] { return true; };
 }
