@@ -78,8 +78,8 @@ public:
      * @param len in: the size of `buf` in bytes; out: the bytes read, 0 after a time-out, an error
      *        of the read or the peer's close; otherwise unchanged
      * @return 1 with at least one byte; 0 without a socket, for a null `len`, without `connected`,
-     *         when the wait fails, after a time-out (`lastError` 3), after an error of the read,
-     * and when the peer has closed its side. A time-out, the peer's close and a lost connection
+     *         when the wait fails, after a time-out (`lastError` 3), after an error of the read, or
+     *         when the peer has closed its side. A time-out, the peer's close and a lost connection
      *         (ECONNRESET, ENOTCONN, ETIMEDOUT) clear `connected`; the socket stays open for
      *         Disconnect.
      */
