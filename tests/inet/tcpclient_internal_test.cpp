@@ -19,10 +19,14 @@
 
 namespace {
 
-std::function<int(const char*, addrinfo**)> resolve;
-std::function<void(addrinfo*)> release;
-std::function<int(int, const sockaddr*, socklen_t)> connectTo;
-std::function<ssize_t(const void*, std::size_t)> transmit;
+// What stands in for the system's calls: they themselves, until a test puts something else here.
+std::function<int(const char*, addrinfo**)> resolve = [](const char* host, addrinfo** list) {
+    return getaddrinfo(host, nullptr, nullptr, list);
+};
+std::function<void(addrinfo*)> release = freeaddrinfo;
+std::function<int(int, const sockaddr*, socklen_t)> connectTo = connect;
+std::function<ssize_t(int, const void*, std::size_t)> transmit =
+    [](int sock, const void* data, std::size_t size) { return send(sock, data, size, 0); };
 std::function<bool()> threadsStart = [] { return true; };
 
 } // namespace
@@ -42,8 +46,8 @@ int connectSocket(int sock, const sockaddr* address, socklen_t length) {
     return connectTo(sock, address, length);
 }
 
-ssize_t sendBytes(int, const void* data, std::size_t size) {
-    return transmit(data, size);
+ssize_t sendBytes(int sock, const void* data, std::size_t size) {
+    return transmit(sock, data, size);
 }
 
 bool startThread(void* (*routine)(void*), void* argument) {
@@ -231,7 +235,7 @@ TEST(TcpClientInternal, RepeatsASendThatWouldBlock) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         std::size_t call = 0;
-        transmit = [&](const void* from, std::size_t size) -> ssize_t {
+        transmit = [&](int, const void* from, std::size_t size) -> ssize_t {
             EXPECT_EQ(errno, 0);
             if (call >= c.results.size()) {
                 ADD_FAILURE() << "one call too many";
