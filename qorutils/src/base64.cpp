@@ -72,32 +72,33 @@ void encodeGroup(const unsigned char* in, unsigned char* out) {
     memcpy(out + 2, digitPairs[bits & 0xFFF].text, 2);
 }
 
-// Encodes without line feeds; returns the number of characters.
-std::size_t encodeText(const unsigned char* in, std::size_t length, unsigned char* out) {
-    const unsigned char* const start = out;
+constexpr std::size_t textLength(std::size_t bytes) {
+    return (bytes + 2) / 3 * 4;
+}
+
+// Encodes without line feeds.
+void encodeText(const unsigned char* in, std::size_t length, unsigned char* out) {
     for (; length >= 3; length -= 3, in += 3, out += 4) {
         encodeGroup(in, out);
     }
-    if (length > 0) {
-        const unsigned char second = length == 2 ? in[1] : 0;
-        const unsigned char completed[3] = {in[0], second, 0};
-        encodeGroup(completed, out);
-        out[3] = padding;
-        if (length == 1) {
-            out[2] = padding;
-        }
-        out += 4;
+    if (length == 0) {
+        return;
     }
-    return static_cast<std::size_t>(out - start);
+    const unsigned char second = length == 2 ? in[1] : 0;
+    const unsigned char completed[3] = {in[0], second, 0};
+    encodeGroup(completed, out);
+    out[3] = padding;
+    if (length == 1) {
+        out[2] = padding;
+    }
 }
 
 // Encodes up to 48 bytes that follow a full line. Kept: the line feed is due behind the first
 // character, since the first line is one longer than the others; readers skip it anyway.
-std::size_t encodeFollowingLine(const unsigned char* in, std::size_t length, unsigned char* out) {
-    const std::size_t written = encodeText(in, length, out + 1);
+void encodeFollowingLine(const unsigned char* in, std::size_t length, unsigned char* out) {
+    encodeText(in, length, out + 1);
     out[0] = out[1];
     out[1] = lineFeed;
-    return written + 1;
 }
 
 // Collects the characters of the next group, skipping what is no digit; returns how many it found.
@@ -198,17 +199,15 @@ unsigned int Base64Encode(unsigned char const* in, unsigned int inLen, unsigned 
     for (std::size_t taken = 0; taken < inLen; taken += lineBytes) {
         const std::size_t bytes = std::min(lineBytes, inLen - taken);
         const auto encodeLine = index == 0 ? encodeText : encodeFollowingLine;
+        const std::size_t length = textLength(bytes) + (index == 0 ? 0 : 1);
         const std::size_t room = outSize - index;
-        if (room > lineCharacters) {
-            index += encodeLine(in + taken, bytes, out + index);
-            continue;
-        }
-        unsigned char line[lineCharacters + 1];
-        const std::size_t length = encodeLine(in + taken, bytes, line);
-        memcpy(out + index, line, std::min(length, room));
         if (length > room) {
+            unsigned char line[lineCharacters + 1];
+            encodeLine(in + taken, bytes, line);
+            memcpy(out + index, line, room);
             return 0;
         }
+        encodeLine(in + taken, bytes, out + index);
         index += length;
     }
     return static_cast<unsigned int>(index);
@@ -252,7 +251,8 @@ unsigned int QorInetB64Encode(unsigned char const* in, int inLen, char* out, uns
         return 0;
     }
     const std::size_t bytes = static_cast<std::size_t>(std::max(inLen, 0));
-    const std::size_t length = encodeText(in, bytes, reinterpret_cast<unsigned char*>(out));
+    const std::size_t length = textLength(bytes);
+    encodeText(in, bytes, reinterpret_cast<unsigned char*>(out));
     out[length] = '\0';
     if (outLen != nullptr) {
         *outLen = static_cast<unsigned int>(length);
