@@ -185,7 +185,7 @@ void mergeDigit(std::uint32_t digit, std::size_t place, unsigned char* out) {
 
 unsigned int CalcBase64Len(unsigned int count) {
     // One line feed for each begun 64 characters; the one too many is the terminator's.
-    const std::uint64_t characters = (std::uint64_t{count} + 2) / 3 * 4;
+    const std::uint64_t characters = textLength(count);
     const std::uint64_t size = characters + (characters + lineCharacters - 1) / lineCharacters;
     return static_cast<unsigned int>(std::min<std::uint64_t>(size, UINT32_MAX));
 }
