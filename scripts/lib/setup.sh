@@ -1,0 +1,110 @@
+# shellcheck shell=bash
+# Sourced by the scripts beside this folder: finds the top of the tree and installs what is missing.
+
+top=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+cd "$top" || exit 1
+
+say() { printf '== %s\n' "$*"; }
+
+fail() {
+    printf 'error: %s\n' "$*" >&2
+    exit 1
+}
+
+# The packages of a purpose, by the system's package manager.
+debian_packages() {
+    case $1 in
+    build) echo cmake g++ ninja-build ccache ;;
+    test) echo googletest nginx-light tinyproxy ;;
+    check) echo clang clang-format clang-tidy libclang-rt-14-dev npm shellcheck file ;;
+    bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
+        libiniparser-dev libmsgpack-dev ;;
+    esac
+}
+
+homebrew_packages() {
+    case $1 in
+    build) echo cmake ninja ccache ;;
+    test) echo googletest nginx tinyproxy ;;
+    check) echo llvm node shellcheck ;;
+    bench) echo google-benchmark pkg-config openssl glib inih iniparser msgpack ;;
+    esac
+}
+
+debian_has() {
+    dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'ok installed'
+}
+
+homebrew_has() {
+    brew list --versions "$1" >/dev/null 2>&1
+}
+
+# Prints those of the packages named behind KIND that are missing. A command of the package's name
+# that came from elsewhere is as good.
+missing_packages() {
+    local kind=$1 package
+    shift
+    for package in "$@"; do
+        command -v "$package" >/dev/null || "${kind}_has" "$package" || echo "$package"
+    done
+}
+
+install_debian_packages() {
+    export DEBIAN_FRONTEND=noninteractive
+    local log
+    log=$(mktemp)
+    if ! { apt-get update && apt-get install -y --no-install-recommends "$@"; } >"$log" 2>&1; then
+        tail -n 20 "$log" >&2
+        rm -f "$log"
+        fail "these packages could not be installed: $*"
+    fi
+    rm -f "$log"
+}
+
+# need_packages PURPOSE...: installs what is missing for the purposes, or names it and stops.
+need_packages() {
+    local kind purpose
+    if command -v dpkg-query >/dev/null; then
+        kind=debian
+    elif command -v brew >/dev/null; then
+        kind=homebrew
+    else
+        fail "neither Debian's packages nor Homebrew here; see scripts/lib/setup.sh for what is needed"
+    fi
+    local wanted=() missing=()
+    for purpose in "$@"; do
+        read -r -a packages <<<"$("${kind}_packages" "$purpose" | tr '\n' ' ')"
+        wanted+=("${packages[@]}")
+    done
+    mapfile -t missing < <(missing_packages "$kind" "${wanted[@]}")
+    [ ${#missing[@]} -eq 0 ] && return
+    if [ "$kind" = homebrew ]; then
+        say "installing ${missing[*]}"
+        brew install --quiet "${missing[@]}"
+    elif [ "$(id -u)" = 0 ]; then
+        say "installing ${missing[*]}"
+        install_debian_packages "${missing[@]}"
+    else
+        fail "please install these packages: ${missing[*]}"
+    fi
+}
+
+# build_preset PRESET [TARGET...]: configures and builds; prints the output only where it fails.
+build_preset() {
+    local preset=$1 log
+    shift
+    log=$(mktemp)
+    say "building $preset"
+    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } \
+        >"$log" 2>&1; then
+        grep -vE '^\[[0-9]+/[0-9]+\] (Building|Linking)' "$log" | tail -n 60 >&2
+        rm -f "$log"
+        fail "preset $preset does not build"
+    fi
+    rm -f "$log"
+}
+
+# run_tests PRESET: every test of the preset, some at a time; CTest's summary comes last.
+run_tests() {
+    ctest --preset "$1" --output-on-failure --parallel "$(getconf _NPROCESSORS_ONLN)"
+}

@@ -1,0 +1,83 @@
+#include "arguments.h"
+
+#include <algorithm>
+
+namespace qormon {
+
+Arguments::Arguments(const Words& words, const std::vector<Option>& known,
+                     std::size_t operandCount) {
+    bool optionsEnded = false;
+    for (std::size_t i = 0; i < words.size() && error_.empty(); ++i) {
+        if (!optionsEnded && words[i] == "--") {
+            optionsEnded = true;
+        } else if (!optionsEnded && words[i].size() > 1 && words[i][0] == '-') {
+            if (!takeOption(words, i, known)) {
+                return;
+            }
+        } else {
+            operands_.push_back(words[i]);
+        }
+    }
+    if (operands_.size() < operandCount) {
+        error_ = "an argument is missing";
+    } else if (operands_.size() > operandCount) {
+        error_ = "one argument too many: " + operands_[operandCount];
+    }
+}
+
+bool Arguments::takeOption(const Words& words, std::size_t& index,
+                           const std::vector<Option>& known) {
+    const std::string& word = words[index];
+    const auto option = std::find_if(known.begin(), known.end(),
+                                     [&word](const Option& each) { return word == each.name; });
+    if (option == known.end()) {
+        error_ = "unknown option " + word;
+        return false;
+    }
+    if (option->valueName == nullptr) {
+        options_[word] = "";
+        return true;
+    }
+    if (index + 1 == words.size()) {
+        error_ = word + " needs " + option->valueName;
+        return false;
+    }
+    options_[word] = words[++index];
+    return true;
+}
+
+const std::string* Arguments::value(const char* option) const {
+    const auto found = options_.find(option);
+    return found == options_.end() ? nullptr : &found->second;
+}
+
+std::optional<HostAndPort> parseHostAndPort(const std::string& text) {
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string::npos || colon == 0) {
+        return std::nullopt;
+    }
+    const std::optional<unsigned int> port = parseNumber(text.substr(colon + 1), 65535);
+    if (!port || *port == 0) {
+        return std::nullopt;
+    }
+    return HostAndPort{text.substr(0, colon), *port};
+}
+
+std::optional<unsigned int> parseNumber(const std::string& text, unsigned int limit) {
+    unsigned long long number = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            return std::nullopt;
+        }
+        number = number * 10 + static_cast<unsigned int>(c - '0');
+        if (number > limit) {
+            return std::nullopt;
+        }
+    }
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    return static_cast<unsigned int>(number);
+}
+
+} // namespace qormon

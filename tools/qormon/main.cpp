@@ -1,0 +1,48 @@
+#include "commands.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+struct Command {
+    const char* name;
+    int (*run)(const qormon::Words&);
+    const char* summary;
+};
+
+constexpr Command commands[] = {
+    {"demo", qormon::commandDemo, "the main job against a loopback server of its own"},
+    {"update", qormon::commandUpdate, "what an update server offers"},
+};
+
+void printUsage(std::FILE* stream) {
+    std::fputs("usage: qormon COMMAND [ARGUMENT...]\n\n", stream);
+    for (const Command& command : commands) {
+        std::fprintf(stream, "  %-8s %s\n", command.name, command.summary);
+    }
+    std::fputs("\nqormon COMMAND --help tells more. Exit codes: 0 success, 1 a negative answer,\n"
+               "2 wrong usage.\n",
+               stream);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        printUsage(stderr);
+        return qormon::exitUsage;
+    }
+    if (std::strcmp(argv[1], "--help") == 0) {
+        printUsage(stdout);
+        return qormon::exitSuccess;
+    }
+    for (const Command& command : commands) {
+        if (std::strcmp(argv[1], command.name) == 0) {
+            return command.run(qormon::Words(argv + 2, argv + argc));
+        }
+    }
+    std::fprintf(stderr, "qormon: unknown command %s\n", argv[1]);
+    printUsage(stderr);
+    return qormon::exitUsage;
+}

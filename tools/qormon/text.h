@@ -1,0 +1,16 @@
+// Texts from elsewhere, made fit for a terminal or for a JSON document.
+#pragma once
+
+#include <string>
+
+namespace qormon {
+
+// The text with everything replaced that is no UTF-8 or a control character, so that no server
+// speaks to a terminal.
+std::string printable(const std::string& text);
+
+// The text as a JSON string with its quotes (RFC 8259). Bytes that are no UTF-8 are read as
+// ISO 8859-1, so that the document stays valid whatever a server sends.
+std::string jsonString(const std::string& text);
+
+} // namespace qormon
