@@ -1,0 +1,392 @@
+// The document: opening, closing, and edits, which splice the text.
+#include "configfile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <algorithm>
+#include <new>
+
+#include "configfile_text.h"
+#include "qoros.h"
+
+using configtext::findLineEnd;
+using configtext::isLineEnd;
+using configtext::rawValue;
+
+namespace {
+
+// Room that the text of a file has besides the file's own bytes, terminator included.
+constexpr std::size_t spareBytes = 12;
+// Lines are taken in pieces of at most this many bytes.
+constexpr std::size_t pieceSize = 510;
+
+// What edits add is formatted into buffers of these sizes.
+constexpr unsigned int addedSize = 400;
+constexpr unsigned int writtenSize = 512;
+constexpr std::size_t encodedSize = 513;
+
+// No system call is asked for more bytes than this: some refuse sizes that do not fit an int.
+constexpr std::size_t transferSize = std::size_t{1} << 30;
+
+// Reads up to `size` bytes. Returns their number, or -1 where reading fails.
+ssize_t readBytes(int fd, char* buffer, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t got = read(fd, buffer + done, std::min(size - done, transferSize));
+        if (got == 0) {
+            break;
+        }
+        if (got < 0 && errno != EINTR) {
+            return -1;
+        }
+        done += got < 0 ? 0 : static_cast<std::size_t>(got);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+void writeBytes(int fd, const char* buffer, std::size_t size) {
+    while (size > 0) {
+        const ssize_t put = write(fd, buffer, std::min(size, transferSize));
+        if (put < 0 && errno != EINTR) {
+            return;
+        }
+        const std::size_t done = put < 0 ? 0 : static_cast<std::size_t>(put);
+        buffer += done;
+        size -= done;
+    }
+}
+
+// Kept: lines are taken in pieces, as texts, so that a zero byte takes the rest of its piece along,
+// the line end included. Closes the gaps in place and returns the length that is left.
+std::size_t dropBehindZeros(char* text, std::size_t length) {
+    if (std::memchr(text, '\0', length) == nullptr) {
+        return length;
+    }
+    std::size_t kept = 0;
+    for (std::size_t pos = 0; pos < length;) {
+        char* const piece = text + pos;
+        const std::size_t room = std::min(pieceSize, length - pos);
+        char* const lineFeed = configtext::find('\n', piece, piece + room);
+        pos += std::min(room, static_cast<std::size_t>(lineFeed - piece) + 1);
+        const std::size_t size = strlen_qor(piece, static_cast<std::size_t>(text + pos - piece));
+        std::memmove(text + kept, piece, size);
+        kept += size;
+    }
+    return kept;
+}
+
+// The size of a regular file, modulo 2^32; -1 for everything else, which has none.
+off_t sizeOf(int fd) {
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return -1;
+    }
+    const off_t size = lseek(fd, 0, SEEK_END);
+    if (size < 0 || lseek(fd, 0, SEEK_SET) != 0) {
+        return -1;
+    }
+    return static_cast<off_t>(static_cast<std::uint32_t>(size));
+}
+
+// Reads the file's text into new memory and ends its last line. Null where that fails.
+char* readText(int fd, std::size_t* length) {
+    const off_t fileSize = sizeOf(fd);
+    if (fileSize < 0) {
+        return nullptr;
+    }
+    const std::size_t size = static_cast<std::size_t>(fileSize) + spareBytes;
+    char* const text = static_cast<char*>(std::malloc(size));
+    const ssize_t got = text == nullptr ? -1 : readBytes(fd, text, size - 1);
+    if (got < 0) {
+        std::free(text);
+        return nullptr;
+    }
+    *length = dropBehindZeros(text, static_cast<std::size_t>(got));
+    char* const end = text + *length;
+    *end = '\0';
+    if (end == text || end[-1] != '\n') {
+        strcat_qor(end, size - *length, "\n");
+        *length += std::strlen(end);
+    }
+    return text;
+}
+
+// A value as it stands in the text. Kept: the cut at 512 bytes, one more than a lookup reads.
+void encodeValue(const char* value, char (&encoded)[encodedSize]) {
+    std::size_t length = 0;
+    for (const char* p = value; *p != '\0'; ++p) {
+        const std::size_t needed = *p == '#' ? 2 : 1;
+        if (length + needed >= encodedSize) {
+            break;
+        }
+        if (*p == '\t') {
+            continue;
+        }
+        encoded[length] = isLineEnd(*p) ? ' ' : *p;
+        encoded[length + needed - 1] = encoded[length];
+        length += needed;
+    }
+    encoded[length] = '\0';
+}
+
+// Kept: unlike a lookup, a deletion keeps blanks and quotes in a line's name and knows comments
+// whatever the options say, so only lines that are written `name=` can be deleted.
+bool isLineOf(const char* name, const char* line, const char* lineStop) {
+    configtext::NameMatcher matcher(name, 0);
+    for (const char* p = line; p < lineStop && *p != '#'; ++p) {
+        if (*p == '=') {
+            return matcher.matches();
+        }
+        if (*p != '\t' && !matcher.take(*p)) {
+            return false;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+ConfigFile::ConfigFile() {
+    static_assert(offsetof(ConfigFile, fileName) == 0);
+    static_assert(offsetof(ConfigFile, openedEncrypted) == 1024);
+    static_assert(offsetof(ConfigFile, text) == 1032);
+    static_assert(offsetof(ConfigFile, textLength) == 1040);
+    static_assert(offsetof(ConfigFile, groupCursor) == 1048);
+    static_assert(offsetof(ConfigFile, paramCursor) == 1056);
+    static_assert(offsetof(ConfigFile, paramEnd) == 1064);
+    static_assert(offsetof(ConfigFile, dirty) == 1072);
+    static_assert(offsetof(ConfigFile, options) == 1076);
+    static_assert(offsetof(ConfigFile, decryptValue) == 1080);
+    static_assert(offsetof(ConfigFile, encryptValue) == 1088);
+    static_assert(sizeof(ConfigFile) == 1096);
+    fileName[0] = '\0';
+}
+
+ConfigFile::~ConfigFile() {
+    Close();
+}
+
+// Takes over a text. Positions in the old one are void, so no iteration goes on.
+void ConfigFile::replaceText(char* newText, std::uint64_t newLength) {
+    std::free(text);
+    text = newText;
+    textLength = newLength;
+    groupCursor = nullptr;
+    paramCursor = nullptr;
+    paramEnd = nullptr;
+}
+
+void ConfigFile::ensureText() {
+    if (text == nullptr) {
+        replaceText(static_cast<char*>(std::calloc(1, 1)), 0);
+    }
+}
+
+bool ConfigFile::readFile() {
+    // Opening a pipe must not wait for its writer: it is refused anyway.
+    const int fd = open(fileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        return false;
+    }
+    std::size_t length = 0;
+    char* const fileText = readText(fd, &length);
+    close(fd);
+    if (fileText == nullptr) {
+        return false;
+    }
+    replaceText(fileText, length);
+    return true;
+}
+
+signed char ConfigFile::OpenFile(const char* path) {
+    if (path == nullptr) {
+        return 0;
+    }
+    // A name that does not fit would be cut, and Close would write to another file.
+    const bool fits = strlen_qor(path, sizeof fileName) < sizeof fileName;
+    strcpy_qor(fileName, sizeof fileName, fits ? path : "");
+    replaceText(nullptr, 0);
+    const bool opened = fits && readFile();
+    ensureText();
+    openedEncrypted = 0;
+    dirty = 0;
+    return opened ? 1 : 0;
+}
+
+signed char ConfigFile::OpenMem(const char* source, int length) {
+    if (source == nullptr) {
+        source = "";
+        length = 0;
+    }
+    const std::size_t size = length < 0 ? std::strlen(source) : static_cast<std::size_t>(length);
+    // Copied before the old text goes, which may be the source.
+    char* const copy = static_cast<char*>(std::malloc(size + 1));
+    if (copy != nullptr) {
+        std::memcpy(copy, source, size);
+        copy[size] = '\0';
+    }
+    Close();
+    replaceText(copy, copy == nullptr ? 0 : std::strlen(copy));
+    ensureText();
+    return copy == nullptr ? 0 : 1;
+}
+
+bool ConfigFile::writeFile() const {
+    const mode_t oldMask = umask(2);
+    const int fd = open(fileName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd >= 0) {
+        writeBytes(fd, text, textLength);
+        close(fd);
+    }
+    umask(oldMask);
+    return fd >= 0;
+}
+
+signed char ConfigFile::Close() {
+    const bool toWrite = dirty == 1 && fileName[0] != '\0' && text != nullptr;
+    const bool failed = toWrite && !writeFile();
+    replaceText(nullptr, 0);
+    fileName[0] = '\0';
+    dirty = 0;
+    openedEncrypted = 0;
+    return failed ? 0 : 1;
+}
+
+char* ConfigFile::GetBuffer() const {
+    return text;
+}
+
+signed char ConfigFile::SetOptions(unsigned int newOptions) {
+    if (newOptions >= 4) {
+        return 0;
+    }
+    options = newOptions;
+    return 1;
+}
+
+// Replaces `count` characters at `pos`. One new buffer is filled before the old one goes, so that
+// a failure leaves the text whole.
+signed char ConfigFile::splice(unsigned long pos, unsigned long count, const char* added) {
+    if (text == nullptr || pos > textLength || count > textLength - pos) {
+        return 0;
+    }
+    const std::size_t addedLength = std::strlen(added);
+    const std::size_t newLength = textLength - count + addedLength;
+    char* const edited = static_cast<char*>(std::malloc(newLength + 1));
+    if (edited == nullptr) {
+        return 0;
+    }
+    std::memcpy(edited, text, pos);
+    std::memcpy(edited + pos, added, addedLength);
+    std::memcpy(edited + pos + addedLength, text + pos + count, textLength - pos - count + 1);
+    replaceText(edited, newLength);
+    dirty = 1;
+    return 1;
+}
+
+signed char ConfigFile::addStr(const char* added, unsigned long pos) {
+    return splice(std::min<unsigned long>(pos, textLength), 0, added);
+}
+
+signed char ConfigFile::delStr(unsigned long pos, unsigned long count) {
+    return splice(pos, count, "");
+}
+
+signed char ConfigFile::appendGroup(const char* group, const char* name, const char* value,
+                                    unsigned int size) {
+    char added[writtenSize];
+    sprintf_qor(added, size, "\n\n[%s]\n%s=%s\n", group, name, value);
+    return addStr(added, textLength);
+}
+
+signed char ConfigFile::WriteStr(const char* group, const char* name, const char* value) {
+    if (group == nullptr || name == nullptr || value == nullptr) {
+        return 0;
+    }
+    char encoded[encodedSize];
+    encodeValue(value, encoded);
+    char* start = nullptr;
+    char* end = nullptr;
+    if (getGroupPos(group, &start, &end) == 0) {
+        return appendGroup(group, name, encoded, writtenSize);
+    }
+    char oldValue[configtext::lineBufferSize];
+    char* position = nullptr;
+    if (getValuePos(name, 0, start, end, &position, oldValue, sizeof oldValue, rawValue) != 0) {
+        // Kept: the old value counts as it was read, so tabs that stood in it leave some of it.
+        return splice(static_cast<unsigned long>(position - text), std::strlen(oldValue), encoded);
+    }
+    char added[writtenSize];
+    sprintf_qor(added, sizeof added, "%s=%s\n", name, encoded);
+    // Kept: no line end is put before the line, so it continues a last line that lacks its own.
+    return addStr(added, static_cast<unsigned long>(end + 1 - text));
+}
+
+signed char ConfigFile::AddStr(const char* group, const char* name, const char* value) {
+    if (group == nullptr || name == nullptr || value == nullptr) {
+        return 0;
+    }
+    char* start = nullptr;
+    char* end = nullptr;
+    if (getGroupPos(group, &start, &end) == 0) {
+        return appendGroup(group, name, value, addedSize);
+    }
+    // Kept: a line that is cut loses its line end too and runs into the next group's header.
+    char added[addedSize];
+    sprintf_qor(added, sizeof added, "\n%s=%s\n", name, value);
+    return addStr(added, static_cast<unsigned long>(end + 1 - text));
+}
+
+signed char ConfigFile::DeleteValue(const char* group, const char* name) {
+    char* start = nullptr;
+    char* end = nullptr;
+    if (name == nullptr || getGroupPos(group, &start, &end) == 0) {
+        return 0;
+    }
+    char* const stop = rangeStop(end);
+    char* lineStop = nullptr;
+    for (char* line = start; line < stop; line = lineStop + 1) {
+        lineStop = findLineEnd(line, stop);
+        if (!isLineOf(name, line, lineStop)) {
+            continue;
+        }
+        while (lineStop < stop && isLineEnd(*lineStop)) {
+            ++lineStop;
+        }
+        return delStr(static_cast<unsigned long>(line - text),
+                      static_cast<unsigned long>(lineStop - line));
+    }
+    return 0;
+}
+
+signed char ConfigFile::DeleteGroup(const char* group) {
+    char* start = nullptr;
+    char* end = nullptr;
+    if (getGroupPos(group, &start, &end) == 0) {
+        return 0;
+    }
+    return delStr(static_cast<unsigned long>(start - text),
+                  static_cast<unsigned long>(end - start));
+}
+
+signed char ConfigFile::AddConfig(const char* file, const char* group, const char* name,
+                                  const char* value) {
+    ConfigFile* const config = new (std::nothrow) ConfigFile;
+    if (config == nullptr) {
+        return 0;
+    }
+    const signed char opened = config->OpenFile(file);
+    if (opened != 0) {
+        config->AddStr(group, name, value);
+        config->Close();
+    }
+    delete config;
+    return opened;
+}

@@ -1,0 +1,81 @@
+// What reading and editing a configuration text have in common: the ends of lines and the
+// comparison of names.
+#pragma once
+
+#include <cctype>
+#include <cstddef>
+#include <cstring>
+
+#include <algorithm>
+
+namespace configtext {
+
+// Lookups and edits keep this many bytes of a line's name or value, terminator included.
+constexpr std::size_t lineBufferSize = 512;
+
+// A flag of getValuePos: `##` stays as it stands, for a value that is to be replaced in place.
+constexpr unsigned int rawValue = 1;
+
+constexpr bool isLineEnd(char c) {
+    return c == '\n' || c == '\r';
+}
+
+// The first c in [from, stop), or stop.
+inline char* find(char c, char* from, char* stop) {
+    void* const found = std::memchr(from, c, static_cast<std::size_t>(stop - from));
+    return found == nullptr ? stop : static_cast<char*>(found);
+}
+
+// The first LF or CR in [from, stop), or stop. Looking in windows keeps the search for one of them
+// from running through the whole text where lines end with the other.
+inline char* findLineEnd(char* from, char* stop) {
+    constexpr std::ptrdiff_t window = 128;
+    while (from < stop) {
+        char* const windowStop = from + std::min(window, stop - from);
+        char* const lineFeed = find('\n', from, windowStop);
+        char* const lineEnd = find('\r', from, lineFeed);
+        if (lineEnd < windowStop) {
+            return lineEnd;
+        }
+        from = windowStop;
+    }
+    return stop;
+}
+
+// Compares a line's name, character by character, with the one that is looked for. A length above 0
+// limits the comparison to that many bytes, as strncasecmp would; otherwise all count.
+class NameMatcher {
+public:
+    NameMatcher(const char* wanted, std::size_t length)
+        : name(wanted), compared(length == 0 ? static_cast<std::size_t>(-1) : length) {}
+
+    // False once the line's name differs or no longer fits a line buffer.
+    bool take(char c) {
+        if (count < compared && lower(c) != lower(name[count])) {
+            return false;
+        }
+        ++count;
+        return count < lineBufferSize;
+    }
+
+    // How much of the line's name was taken.
+    std::size_t length() const {
+        return count;
+    }
+
+    // Whether what was taken is the whole name, or as much of it as is compared.
+    bool matches() const {
+        return count >= compared || name[count] == '\0';
+    }
+
+private:
+    static int lower(char c) {
+        return std::tolower(static_cast<unsigned char>(c));
+    }
+
+    const char* name;
+    std::size_t compared;
+    std::size_t count = 0;
+};
+
+} // namespace configtext

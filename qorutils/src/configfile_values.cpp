@@ -1,0 +1,107 @@
+// Values with a type: texts, numbers, truth values.
+#include "configfile.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <initializer_list>
+
+#include "qoros.h"
+
+namespace {
+
+// Texts of numbers and truth values are cut to this, terminator included.
+constexpr unsigned int typedValueSize = 256;
+
+// As atol does, but defined for numbers that do not fit.
+long toNumber(const char* value) {
+    return std::strtol(value, nullptr, 10);
+}
+
+signed char toTruth(const char* value, signed char defaultValue) {
+    if (toNumber(value) == 1 || strcasecmp(value, "On") == 0 || strcasecmp(value, "Yes") == 0) {
+        return 1;
+    }
+    for (const char* word : {"0", "Off", "No"}) {
+        if (strcasecmp(value, word) == 0) {
+            return 0;
+        }
+    }
+    return defaultValue;
+}
+
+} // namespace
+
+signed char ConfigFile::ReadStrDef(const char* group, const char* name, char* out,
+                                   unsigned int size, const char* defaultValue) const {
+    if (group == nullptr || name == nullptr || out == nullptr || defaultValue == nullptr) {
+        return 0;
+    }
+    strcpy_qor(out, size, defaultValue);
+    return readValue(group, name, out, size);
+}
+
+signed char ConfigFile::ReadStr(const char* group, const char* name, char* out,
+                                unsigned int size) const {
+    return ReadStrDef(group, name, out, size, "");
+}
+
+signed char ConfigFile::ReadIntDef(const char* group, const char* name, unsigned int* out,
+                                   unsigned int defaultValue) const {
+    if (out == nullptr) {
+        return 0;
+    }
+    *out = defaultValue;
+    char value[typedValueSize];
+    if (readValue(group, name, value, sizeof value) == 0) {
+        return 0;
+    }
+    *out = static_cast<unsigned int>(static_cast<unsigned long>(toNumber(value)));
+    return 1;
+}
+
+signed char ConfigFile::ReadInt(const char* group, const char* name, unsigned int* out) const {
+    return ReadIntDef(group, name, out, 0);
+}
+
+signed char ConfigFile::ReadBoolDef(const char* group, const char* name, signed char* out,
+                                    signed char defaultValue) const {
+    if (out == nullptr) {
+        return 0;
+    }
+    *out = defaultValue;
+    char value[typedValueSize];
+    if (readValue(group, name, value, sizeof value) == 0) {
+        return 0;
+    }
+    *out = toTruth(value, defaultValue);
+    return 1;
+}
+
+signed char ConfigFile::ReadBool(const char* group, const char* name, signed char* out) const {
+    return ReadBoolDef(group, name, out, 0);
+}
+
+signed char ConfigFile::WriteInt(const char* group, const char* name, unsigned int value) {
+    char digits[512];
+    sprintf_qor(digits, sizeof digits, "%d", static_cast<int>(value));
+    return WriteStr(group, name, digits);
+}
+
+signed char ConfigFile::WriteBool(const char* group, const char* name, signed char value) {
+    return WriteStr(group, name, value != 0 ? "On" : "Off");
+}
+
+signed char ConfigFileReadStrDef(const char* file, const char* group, const char* name, char* out,
+                                 unsigned int size, const char* defaultValue) {
+    if (file == nullptr || group == nullptr || name == nullptr || out == nullptr ||
+        defaultValue == nullptr) {
+        return 0;
+    }
+    ConfigFile config;
+    if (config.OpenFile(file) == 0) {
+        strcpy_qor(out, size, defaultValue);
+        return 0;
+    }
+    return config.ReadStrDef(group, name, out, size, defaultValue);
+}
