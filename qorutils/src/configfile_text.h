@@ -51,7 +51,7 @@ public:
 
     // False once the line's name differs or no longer fits a line buffer.
     bool take(char c) {
-        if (count < compared && lower(c) != lower(name[count])) {
+        if (count < compared && c != name[count] && lower(c) != lower(name[count])) {
             return false;
         }
         ++count;
