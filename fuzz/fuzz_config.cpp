@@ -1,0 +1,157 @@
+// Configuration texts. The input is a byte of options, a group, a name, a value, and the text, each
+// but the last ended by a zero byte. Everything that reads and edits runs over the text, and what
+// must hold whatever it says is checked.
+#include <cctype>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "configfile.h"
+
+namespace {
+
+// Stops the run with the check's text; asserts would vanish from release builds.
+#define CHECK(condition)                                                                           \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            std::fprintf(stderr, "does not hold: %s\n", #condition);                               \
+            std::abort();                                                                          \
+        }                                                                                          \
+    } while (false)
+
+class Input {
+public:
+    Input(const std::uint8_t* data, std::size_t size) : bytes(data, data + size) {}
+
+    std::string takeText() {
+        const std::string text = bytes.substr(0, bytes.find('\0'));
+        bytes.erase(0, text.size() + 1);
+        return text;
+    }
+    const std::string& rest() const {
+        return bytes;
+    }
+
+private:
+    std::string bytes;
+};
+
+struct Question {
+    unsigned int options;
+    std::string group;
+    std::string name;
+    std::string value;
+};
+
+void open(ConfigFile& config, const Question& question, const std::string& text) {
+    CHECK(config.SetOptions(question.options) == 1);
+    CHECK(config.OpenMem(text.data(), static_cast<int>(text.size())) == 1);
+    CHECK(text.compare(0, text.find('\0'), config.GetBuffer()) == 0);
+}
+
+// Letters and digits only, so that none of the format's characters changes the meaning.
+bool isPlain(const std::string& text, std::size_t limit) {
+    for (const char c : text) {
+        if (static_cast<signed char>(c) < 0 || std::isalnum(static_cast<unsigned char>(c)) == 0) {
+            return false;
+        }
+    }
+    return text.size() < limit;
+}
+
+// All forms of reading see the same value; a false result leaves the default.
+bool read(const ConfigFile& config, const Question& question, std::string* value) {
+    const char* const group = question.group.c_str();
+    const char* const name = question.name.c_str();
+    char text[512];
+    char cut[5];
+    unsigned int number = 0;
+    signed char truth = 0;
+    const bool found = config.ReadStrDef(group, name, text, sizeof text, "default") != 0;
+    CHECK(config.ReadStr(group, name, cut, sizeof cut) == (found ? 1 : 0));
+    CHECK(std::strlen(text) < 511 && std::strlen(cut) < sizeof cut);
+    CHECK(found ? std::strncmp(text, cut, sizeof cut - 1) == 0 : std::strcmp(text, "default") == 0);
+    CHECK(config.ReadIntDef(group, name, &number, 7) == (found ? 1 : 0));
+    CHECK(config.ReadBoolDef(group, name, &truth, 7) == (found ? 1 : 0));
+    CHECK(found ? truth == 0 || truth == 1 || truth == 7 : number == 7 && truth == 7);
+    CHECK(!found || config.ExistStr(group, name, text) == 1);
+    CHECK(!found || config.ExistGroup(group) == 1);
+    config.ExistNStr(group, name, question.value.c_str(), 3);
+    *value = text;
+    return found;
+}
+
+// Each step of an iteration moves forward, so there are never more steps than bytes.
+void walk(ConfigFile& config, const std::string& group) {
+    char name[512];
+    char value[512];
+    std::size_t groups = 0;
+    std::size_t lines = 0;
+    const std::size_t length = std::strlen(config.GetBuffer());
+    for (auto more = config.GetFirstGroup(name, sizeof name); more != 0;
+         more = config.GetNextGroup(name, sizeof name)) {
+        CHECK(++groups <= length);
+    }
+    for (auto more = config.GetFirstParam(group.c_str(), name, 100, value, 300); more != 0;
+         more = config.GetNextParam(name, 100, value, 300)) {
+        CHECK(++lines <= length && std::strlen(name) < 100 && std::strlen(value) < 256);
+    }
+}
+
+void remove(const Question& question, const std::string& text) {
+    ConfigFile config;
+    open(config, question, text);
+    for (const bool wholeGroup : {false, true}) {
+        std::size_t length = std::strlen(config.GetBuffer());
+        const auto once = [&] {
+            return wholeGroup ? config.DeleteGroup(question.group.c_str())
+                              : config.DeleteValue(question.group.c_str(), question.name.c_str());
+        };
+        while (once() != 0) {
+            CHECK(std::strlen(config.GetBuffer()) < length);
+            length = std::strlen(config.GetBuffer());
+        }
+    }
+    CHECK(config.ExistGroup(question.group.c_str()) == 0);
+}
+
+// An added line is read back as it was written, where nothing of the text around it interferes.
+void write(const Question& question, const std::string& text) {
+    ConfigFile config;
+    open(config, question, text.substr(0, text.find('\0')) + "\n");
+    std::string value;
+    const bool existed = read(config, question, &value);
+    CHECK(config.WriteStr(question.group.c_str(), question.name.c_str(), question.value.c_str()) ==
+          1);
+    const bool found = read(config, question, &value);
+    if (!existed && isPlain(question.group, 60) && isPlain(question.name, 60) &&
+        isPlain(question.value, 300)) {
+        CHECK(found && value == question.value);
+    }
+    CHECK(config.AddStr(question.group.c_str(), question.name.c_str(), question.value.c_str()) ==
+          1);
+    read(config, question, &value);
+    walk(config, question.group);
+    CHECK(config.Close() == 1);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    Input input(data + 1, size - 1);
+    const Question question{data[0] & 3u, input.takeText(), input.takeText(), input.takeText()};
+    ConfigFile config;
+    open(config, question, input.rest());
+    std::string value;
+    read(config, question, &value);
+    walk(config, question.group);
+    remove(question, input.rest());
+    write(question, input.rest());
+    return 0;
+}
