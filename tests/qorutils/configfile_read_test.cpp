@@ -216,7 +216,7 @@ TEST(ConfigFileRead, ComparesValues) {
         {"every line of the prefix", "key9", "D", 3, 1},
         {"the length is the name's", "key1", "D", 4, 0},
         {"longer than the name", "key", "a", 4, 0},
-        {"a value is no line", "key4", "x", 4, 0},
+        {"a value is no line", "key", "x", 3, 0},
         {"part of a value", "key2", "b", 0, 0},
     };
     for (const auto& c : cases) {
