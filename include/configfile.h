@@ -70,10 +70,9 @@ public:
     /**
      * Reads the file at `path` and attaches its name, so that Close writes edits back to it.
      * An earlier text is released without being written. A missing line end is added behind the
-     * last line. From a line that holds a zero byte the rest is lost, in pieces of 510 bytes: what
-     * follows the byte up to the end of the line or of the piece. The size is taken modulo 2^32;
-     * of a file that is larger or grows meanwhile, its first bytes are read, up to 11 more than
-     * that.
+     * last line. A zero byte takes along what follows it, up to the end of its line or of the
+     * 510-byte piece in which the line is read. The size is taken modulo 2^32; of a file that is
+     * larger, or grows meanwhile, only that many bytes and up to 11 more are read.
      * @return 1 if the file was read. Otherwise the document is empty, and the name stays attached,
      *         so that Close creates the file after edits. Only regular files are read. A path of
      *         more than 1023 bytes is refused, and no name is attached then.

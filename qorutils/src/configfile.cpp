@@ -118,7 +118,7 @@ char* readText(int fd, std::size_t* length) {
     return text;
 }
 
-// A value as it stands in the text. Kept: the cut at 512 bytes, one more than a lookup reads.
+// A value as it stands in the text. Kept: the cut at 512 bytes, two more than a lookup reads.
 void encodeValue(const char* value, char (&encoded)[encodedSize]) {
     std::size_t length = 0;
     for (const char* p = value; *p != '\0'; ++p) {

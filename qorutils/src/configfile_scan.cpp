@@ -251,6 +251,9 @@ signed char ConfigFile::ExistNStr(const char* group, const char* name, const cha
 }
 
 signed char ConfigFile::GetFirstGroup(char* out, unsigned int size) {
+    if (out == nullptr) {
+        return 0;
+    }
     groupCursor = text;
     return GetNextGroup(out, size);
 }
@@ -277,6 +280,9 @@ signed char ConfigFile::GetNextGroup(char* out, unsigned int size) {
 
 signed char ConfigFile::GetFirstParam(const char* group, char* nameOut, unsigned int nameSize,
                                       char* valueOut, unsigned int valueSize) {
+    if (group == nullptr || nameOut == nullptr) {
+        return 0;
+    }
     if (getGroupPos(group, &paramCursor, &paramEnd) == 0) {
         paramCursor = nullptr;
         return 0;
