@@ -1,0 +1,44 @@
+/**
+ * @file qorupdate.h
+ * The update check: asks an update server what the newest release of a product is.
+ *
+ * The functions may be called from any thread. Compiles as C11 and as C++17.
+ */
+#pragma once
+
+#include "qorapi.h"
+
+QOR_BEGIN_C
+
+/**
+ * Reads an update description and returns its facts as a message.
+ *
+ * The description is a configuration text (see configfile.h) behind an "http://" URL. Of its group
+ * "Language <language>", or of "Language 2" where that is missing, the message gets one entry for
+ * each of these names that is there, in this order, and then the end marker (see mif32.h):
+ *
+ * | name        | identifier | entry                               |
+ * |-------------|------------|-------------------------------------|
+ * | ProductName | 1          | text, cut to 256 characters         |
+ * | Version     | 2          | 32-bit number                       |
+ * | Build       | 3          | 32-bit number                       |
+ * | Servicepack | 4          | 32-bit number                       |
+ * | UrlInfo     | 6          | text, cut to 256 characters         |
+ * | UrlDownload | 5          | text, cut to 256 characters         |
+ * | Filesize    | 8          | 32-bit number                       |
+ *
+ * One redirect by status 301 is followed. The call blocks for as long as connection and transfer
+ * take, which TcpClient's time-out of 15 s limits for each step.
+ *
+ * @param proxyHost name or address of an HTTP proxy; null or empty: none
+ * @param proxyPort its port, of which the low 16 bits are used
+ * @param out receives the message; untouched when the result is 0
+ * @param outSize size of `out` in bytes
+ * @return length of the message in bytes. A server that could be reached but did not deliver a
+ *         description gives a message of the end marker alone. 0 when `url` can't be parsed, the
+ *         first connect fails, or `out` is too small.
+ */
+QOR_API unsigned int CheckForUpdate(int language, const char* url, const char* proxyHost,
+                                    unsigned int proxyPort, void* out, unsigned int outSize);
+
+QOR_END_C
