@@ -116,26 +116,4 @@ inline bool skipEntries(const unsigned char* message, std::size_t length, std::s
     return true;
 }
 
-// Finds the n-th entry with an identifier (`occurrence` counts from 1), never one that reaches
-// beyond the message. The end marker and a truncated entry end the search.
-//
-// `minimumRest` is how many bytes must follow a header for it to be looked at: 0, or 1 for the
-// readers that overlook a header which ends the message.
-inline bool findEntry(const unsigned char* message, std::size_t length, std::uint16_t id,
-                      unsigned int occurrence, Entry& entry, std::size_t minimumRest = 0) {
-    std::size_t offset = 0;
-    unsigned int seen = 0;
-    while (readEntry(message, length, offset, entry)) {
-        if (length - entry.valueOffset < minimumRest || entry.isEndMarker() ||
-            entry.end() > length) {
-            return false;
-        }
-        if (entry.id == id && ++seen == occurrence) {
-            return true;
-        }
-        offset = entry.end();
-    }
-    return false;
-}
-
 } // namespace mif32wire

@@ -26,7 +26,7 @@ Outcome run(const std::string& arguments) {
     for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
         output += static_cast<char>(c);
     }
-    const int status = pclose(pipe);
+    int status = pclose(pipe); // not const: some systems' macros take its address
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
@@ -53,7 +53,8 @@ TEST(Qormon, AnswersACommandLine) {
         {"update http://h/ --proxy host:65536", 2, "^qormon update: no HOST:PORT"},
         {"update http://h/ --proxy :80", 2, "^qormon update: no HOST:PORT"},
         {"update -- --odd", 1, "^qormon update: no answer from --odd\n"},
-        {"update http://127.0.0.1:1/x", 1, "^qormon update: no answer from http://127.0.0.1:1/x\n$"},
+        {"update http://127.0.0.1:1/x", 1,
+         "^qormon update: no answer from http://127.0.0.1:1/x\n$"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.arguments);

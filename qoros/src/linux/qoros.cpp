@@ -94,7 +94,7 @@ int64_t QorOsGetUpTime() {
 int32_t QorOsSleep(uint32_t milliseconds) {
     timeval duration{};
     if (milliseconds < 1000) {
-        duration.tv_usec = static_cast<suseconds_t>(milliseconds * 1000);
+        duration.tv_usec = static_cast<suseconds_t>(milliseconds) * 1000;
     } else {
         // Kept: the remainder is not scaled. Callers pass whole seconds or less than one.
         duration.tv_sec = static_cast<time_t>(milliseconds / 1000);
