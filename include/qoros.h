@@ -251,8 +251,9 @@ QOR_API uint32_t QorOsMmfFlush(QorOsMmf* mmf, void* address, uint32_t length);
  * priority LOG_INFO), or to standard output with a time stamp in front.
  *
  * Every function accepts a null log and then does nothing. No failure is reported, texts that are
- * too long are cut, errno keeps its value, and nothing is allocated per message. Two threads that
- * log at the same moment may print each other's time stamp.
+ * too long are cut, errno keeps its value, and nothing is allocated per message. Time stamps are in
+ * the time zone of the moment when a log object was created, or of a later tzset. Two threads that
+ * log at the same moment may print each other's stamp.
  * @{
  */
 

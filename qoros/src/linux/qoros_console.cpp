@@ -22,10 +22,6 @@ bool fEnterKeyMode(termios* pstSaved, bool fEcho) {
     return tcsetattr(STDIN_FILENO, TCSANOW, &keys) == 0;
 }
 
-int dReadKey() {
-    return getchar();
-}
-
 // The waiting key, or what select said when it could not be read.
 int dReadWaitingKey() {
     fd_set input;
@@ -40,12 +36,12 @@ int dReadWaitingKey() {
     return ready;
 }
 
-uint32_t dInKeyMode(int (*read)(), int dEcho) {
+uint32_t dInKeyMode(int (*dReadKey)(), int dEcho) {
     termios saved{};
     if (!fEnterKeyMode(&saved, dEcho != 0)) {
         return dTerminalError;
     }
-    const int key = read();
+    const int key = dReadKey();
     if (tcsetattr(STDIN_FILENO, TCSANOW, &saved) != 0) {
         return dTerminalError;
     }
@@ -55,7 +51,7 @@ uint32_t dInKeyMode(int (*read)(), int dEcho) {
 } // namespace
 
 uint32_t QorOsGetCh(int echo) {
-    return dInKeyMode(dReadKey, echo);
+    return dInKeyMode(getchar, echo);
 }
 
 uint32_t QorOsGetChNoWait(int echo) {

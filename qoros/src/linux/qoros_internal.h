@@ -38,12 +38,27 @@ inline bool fLogPasses(const QorOsLogRec* pst, uint32_t dLevel) {
     return pst != nullptr && (__atomic_load_n(pst->mask, __ATOMIC_RELAXED) & dLevel) >= 2;
 }
 
+// Keeps errno over clean-up and logging, which callers must not notice in it.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() : dError(errno) {}
+    ~ErrnoKeeper() {
+        errno = dError;
+    }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+private:
+    int dError;
+};
+
 // Writes a message of the OS layer's own. Its arguments are evaluated only when the level passes,
-// so that a line that is switched off costs no more than the test.
+// so that a line that is switched off costs no more than the test. It leaves errno alone.
 #define QOROS_LOG(level, ...)                                                                      \
     do {                                                                                           \
         const QorOsLogRec* const pstOwnLog = pstLog.load(std::memory_order_acquire);               \
         if (fLogPasses(pstOwnLog, (level))) {                                                      \
+            const ErrnoKeeper stOwnErrno;                                                          \
             QorOsvLog(pstOwnLog, (level), __VA_ARGS__);                                            \
         }                                                                                          \
     } while (false)
@@ -66,17 +81,3 @@ private:
 // The numbers that messages give as pid=%u and tid=%ld; the thread's is the kernel's.
 unsigned int dProcessId();
 long dThreadId();
-
-// Keeps errno over clean-up and logging, which callers must not notice in it.
-class ErrnoKeeper {
-public:
-    ErrnoKeeper() : dError(errno) {}
-    ~ErrnoKeeper() {
-        errno = dError;
-    }
-    ErrnoKeeper(const ErrnoKeeper&) = delete;
-    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
-
-private:
-    int dError;
-};

@@ -129,7 +129,6 @@ void cpszGetTime() {
     if (gettimeofday(&now, nullptr) != 0) {
         return;
     }
-    tzset(); // localtime_r, unlike localtime, does not have to
     tm parts{};
     if (localtime_r(&now.tv_sec, &parts) == nullptr) {
         return;
@@ -144,8 +143,10 @@ void cpszGetTime() {
 }
 
 QorOsLogRec* QorOspLogNew() {
-    static std::atomic<QorOsLogRec*> pstLast{nullptr};
+    static std::atomic<QorOsLogRec*> pstLast{nullptr}; // where a debugger finds the record
     QorOsInit();
+    // Here and not for each message: without TZ it allocates and looks at the zone's file.
+    tzset();
     QorOsLogRec* const log = static_cast<QorOsLogRec*>(calloc(1, sizeof(QorOsLogRec)));
     if (log == nullptr) {
         return nullptr;

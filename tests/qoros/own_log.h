@@ -1,0 +1,48 @@
+// What the tests of the OS layer's internals share: calls of the system that they replace, and the
+// messages that the layer writes.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "qoros/src/linux/qoros_internal.h"
+
+namespace seams {
+
+// The clock that the library reads: the system's, one that stands still, or none at all.
+void useRealClock();
+void stopClockAt(int64_t seconds, int32_t microseconds);
+void breakClock();
+
+// What went to syslog since the last call: "open IDENTITY OPTION FACILITY" and "PRIORITY TEXT",
+// each on a line of its own.
+std::string takeSyslog();
+
+// Makes pthread_cancel fail with this error; 0 lets it work again.
+void failCancel(int error);
+
+} // namespace seams
+
+// What a function writes to standard output.
+std::string standardOutput(const std::function<void()>& body);
+
+// The end of many messages, for the calling thread.
+std::string pidTid();
+
+// "(5=text", as messages give an error.
+std::string errorText(int error);
+
+// Gives the OS layer a log object of its own that writes every level to standard output.
+class OwnLog : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // The messages of a call, without their time stamps.
+    static std::string messages(const std::function<void()>& body);
+
+    QorOsLogRec* log = nullptr;
+};

@@ -1,0 +1,60 @@
+#include "child_process.h"
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace support {
+
+ChildProcess::ChildProcess(const std::function<int()>& body) : pid(fork()) {
+    if (pid == 0) {
+        _exit(body());
+    }
+    if (pid == -1) {
+        std::abort();
+    }
+}
+
+ChildProcess::~ChildProcess() {
+    if (pid != -1) {
+        kill(pid, SIGKILL);
+        wait();
+    }
+}
+
+int ChildProcess::wait() {
+    int status = 0;
+    if (waitpid(pid, &status, 0) != pid) {
+        return -1;
+    }
+    pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+Gate::Gate() {
+    if (pipe(ends) != 0) {
+        std::abort();
+    }
+}
+
+Gate::~Gate() {
+    close(ends[0]);
+    close(ends[1]);
+}
+
+void Gate::open() {
+    if (write(ends[1], "", 1) != 1) {
+        std::abort();
+    }
+}
+
+bool Gate::wait() {
+    pollfd opening{ends[0], POLLIN, 0};
+    char byte;
+    return poll(&opening, 1, 30000) == 1 && read(ends[0], &byte, 1) == 1;
+}
+
+} // namespace support

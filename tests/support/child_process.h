@@ -1,0 +1,43 @@
+// Second processes, and the handshakes between them and the test.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+
+namespace support {
+
+// A process forked from the test. It runs a function and ends at once with its result, without
+// leaving a trace in the test's own report.
+class ChildProcess {
+public:
+    explicit ChildProcess(const std::function<int()>& body);
+    // Kills it where nobody waited for it.
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Waits for the end: the result of the function, or 128 and the signal that ended it.
+    int wait();
+
+private:
+    pid_t pid;
+};
+
+// A gate that one process or thread opens, once or more often, and another one waits at.
+class Gate {
+public:
+    Gate();
+    ~Gate();
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+
+    void open();
+    // Passes one opening; false when none comes within 30 s.
+    bool wait();
+
+private:
+    int ends[2];
+};
+
+} // namespace support
