@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "child_process.h"
 #include "own_log.h"
@@ -13,30 +14,28 @@ namespace {
 
 class QorOsThread : public OwnLog {};
 
-std::size_t stackOfThisThread() {
-#if defined(__APPLE__)
-    return pthread_get_stacksize_np(pthread_self());
-#else
-    pthread_attr_t attributes;
-    pthread_getattr_np(pthread_self(), &attributes);
-    std::size_t size = 0;
-    pthread_attr_getstacksize(&attributes, &size);
-    pthread_attr_destroy(&attributes);
-    return size;
-#endif
-}
-
 // What a started thread tells about itself.
 struct Report {
     support::Gate made;
     pthread_t self;
-    std::size_t stack;
+    std::size_t stack = 0;
+    bool detached = true;
 };
 
 void* report(void* argument) {
     auto* const told = static_cast<Report*>(argument);
     told->self = pthread_self();
-    told->stack = stackOfThisThread();
+#if defined(__APPLE__)
+    told->stack = pthread_get_stacksize_np(pthread_self());
+#else
+    pthread_attr_t attributes;
+    int state = 0;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &told->stack);
+    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_destroy(&attributes);
+    told->detached = state == PTHREAD_CREATE_DETACHED;
+#endif
     told->made.open();
     return nullptr;
 }
@@ -88,6 +87,7 @@ TEST_F(QorOsThread, BeginsWithABoundedStack) {
         EXPECT_EQ(memcmp(&handle, &told.self, sizeof handle), 0);
         EXPECT_GE(told.stack, c.least);
         EXPECT_LE(told.stack, c.most);
+        EXPECT_TRUE(told.detached);
     }
     EXPECT_EQ(QorOsThreadBegin(nullptr, report, 0, nullptr), 0u);
 }
@@ -243,6 +243,31 @@ TEST_F(QorOsThread, StopsWaitingAtThePollLimit) {
     EXPECT_EQ(called, 2) << "there was nobody to wake";
     EXPECT_EQ(messages([&] { EXPECT_EQ(QorOsThreadStop(nullptr, nullptr, 1, count, 0, "w"), 1u); }),
               "ERROR QorOsThreadStop: !!! w parameter are missing !!!\n");
+}
+
+void answerSoon(uint64_t state) {
+    std::thread([state] {
+        QorOsSleep(20);
+        __atomic_store_n(reinterpret_cast<uint32_t*>(state), 0u, __ATOMIC_RELEASE);
+    }).detach();
+}
+
+TEST_F(QorOsThread, TakesAnAnswerDuringTheLastPollForATimeOut) {
+    struct Case {
+        int32_t limit;
+        uint32_t result;
+    };
+    for (const Case& c : {Case{1, 0}, Case{100, 1}, Case{-1, 1}}) {
+        SCOPED_TRACE(c.limit);
+        static uint32_t state;
+        __atomic_store_n(&state, 1u, __ATOMIC_RELAXED);
+        EXPECT_EQ(QorOsThreadStop(nullptr, &state, c.limit, answerSoon,
+                                  reinterpret_cast<uint64_t>(&state), "w"),
+                  c.result);
+        while (__atomic_load_n(&state, __ATOMIC_ACQUIRE) != 0) {
+            sched_yield();
+        }
+    }
 }
 
 int firstRan = 0;
