@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <regex>
+#include <utility>
 
 #include "private_ipc.h"
 
@@ -44,18 +45,16 @@ int gettimeofday(struct timeval* now, void*) {
 }
 
 void openlog(const char* identity, int option, int facility) {
-    char text[64];
-    sprintf_qor(text, sizeof text, "open %s %d %d\n", identity, option, facility);
-    syslogText += text;
+    syslogText += text("open %s %d %d\n", identity, option, facility);
 }
 
 void syslog(int priority, const char* format, ...) {
-    char text[2048];
+    char body[2048];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
+    vsnprintf(body, sizeof body, format, arguments);
     va_end(arguments);
-    syslogText += std::to_string(priority) + " " + text;
+    syslogText += text("%d %s", priority, body);
 }
 
 int pthread_cancel(pthread_t thread) {
@@ -85,9 +84,7 @@ void breakClock() {
 }
 
 std::string takeSyslog() {
-    std::string text;
-    text.swap(syslogText);
-    return text;
+    return std::exchange(syslogText, "");
 }
 
 void failCancel(int error) {
@@ -103,13 +100,20 @@ std::string standardOutput(const std::function<void()>& body) {
 }
 
 std::string pidTid() {
-    char text[64];
-    sprintf_qor(text, sizeof text, "pid=%u tid=%ld)", dProcessId(), dThreadId());
-    return text;
+    return text("pid=%u tid=%ld)", dProcessId(), dThreadId());
 }
 
 std::string errorText(int error) {
-    return "(" + std::to_string(error) + "=" + strerror(error);
+    return text("(%d=%s", error, strerror(error));
+}
+
+std::string text(const char* format, ...) {
+    char buffer[4096];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(buffer, sizeof buffer, format, arguments);
+    va_end(arguments);
+    return buffer;
 }
 
 void OwnLog::SetUp() {
@@ -131,4 +135,8 @@ void OwnLog::TearDown() {
 std::string OwnLog::messages(const std::function<void()>& body) {
     static const std::regex stamp(R"((^|\n)\d\d-\d\d-\d\d \d\d:\d\d:\d\d,\d{3} - )");
     return std::regex_replace(standardOutput(body), stamp, "$1");
+}
+
+void OwnLog::expectMessages(const std::string& expected, const std::function<void()>& body) {
+    EXPECT_EQ(messages(body), expected);
 }

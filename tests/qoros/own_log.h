@@ -35,6 +35,9 @@ std::string pidTid();
 // "(5=text", as messages give an error.
 std::string errorText(int error);
 
+// A text formatted as by printf.
+std::string text(const char* format, ...) QOR_PRINTF(1, 2);
+
 // Gives the OS layer a log object of its own that writes every level to standard output.
 class OwnLog : public testing::Test {
 protected:
@@ -43,6 +46,7 @@ protected:
 
     // The messages of a call, without their time stamps.
     static std::string messages(const std::function<void()>& body);
+    static void expectMessages(const std::string& expected, const std::function<void()>& body);
 
     QorOsLogRec* log = nullptr;
 };

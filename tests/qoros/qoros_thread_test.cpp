@@ -96,21 +96,20 @@ TEST_F(QorOsThread, TellsWhyNoneBegins) {
     // An unprivileged process that may have no more threads.
     support::ChildProcess poor([] {
         const rlimit none{0, 0};
-        if (setrlimit(RLIMIT_NPROC, &none) != 0 || (getuid() == 0 && setuid(65534) != 0)) {
-            return 2;
-        }
+        ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+        ASSERT_TRUE(getuid() != 0 || setuid(65534) == 0);
         uint64_t handle = 7;
         uint64_t kept = 7;
         uint32_t state = 0;
         const std::string failed =
             "ERROR QorOsThreadBegin: failed " + errorText(EAGAIN) + " " + pidTid() + "\n";
-        const std::string shown = messages([&] {
-            if (QorOsThreadBegin(&handle, report, 0, nullptr) != 0 ||
-                QorOsThreadStart(&kept, &state, report, nullptr) != 0) {
-                _exit(3);
-            }
+        expectMessages(failed + failed, [&] {
+            EXPECT_EQ(QorOsThreadBegin(&handle, report, 0, nullptr), 0u);
+            EXPECT_EQ(QorOsThreadStart(&kept, &state, report, nullptr), 0u);
         });
-        return shown == failed + failed && handle == 0 && kept == 7 && state == 0 ? 0 : 1;
+        EXPECT_EQ(handle, 0u);
+        EXPECT_EQ(kept, 7u);
+        EXPECT_EQ(state, 0u);
     });
     EXPECT_EQ(poor.wait(), 0);
 }
@@ -143,35 +142,30 @@ TEST_F(QorOsThread, CancelsAndForgets) {
         return nullptr;
     };
     QorOsThreadCancel(nullptr);
-    EXPECT_EQ(messages([&] { QorOsThreadCancel(&handle); }), "");
+    expectMessages("", [&] { QorOsThreadCancel(&handle); });
     ASSERT_EQ(QorOsThreadStart(&handle, nullptr, block, gates), 1u);
     ASSERT_TRUE(started.wait());
     const uint64_t begun = handle;
 
     seams::failCancel(ESRCH);
-    EXPECT_EQ(messages([&] { QorOsThreadCancel(&handle); }),
-              "ERROR QorOsThreadCancel: failed " + errorText(ESRCH) + " " + pidTid() + "\n");
+    expectMessages("ERROR QorOsThreadCancel: failed " + errorText(ESRCH) + " " + pidTid() + "\n",
+                   [&] { QorOsThreadCancel(&handle); });
     EXPECT_EQ(handle, begun);
     seams::failCancel(0);
 
-    char expected[200];
-    sprintf_qor(expected, sizeof expected,
-                "TRACE QorOsThreadStop(%lu=): do thread cancel\n"
-                "TRACE QorOsThreadCancel: hndl=%p (%s\n",
-                static_cast<unsigned long>(begun), reinterpret_cast<void*>(begun),
-                pidTid().c_str());
     uint32_t state = 1;
-    EXPECT_EQ(
-        messages([&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, nullptr), 1u); }),
-        expected);
+    expectMessages(
+        text("TRACE QorOsThreadStop(%lu=): do thread cancel\n"
+             "TRACE QorOsThreadCancel: hndl=%p (%s\n",
+             static_cast<unsigned long>(begun), reinterpret_cast<void*>(begun), pidTid().c_str()),
+        [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, nullptr), 1u); });
     EXPECT_EQ(handle, 0u);
     EXPECT_EQ(state, 0u);
     EXPECT_TRUE(unwound.wait());
 
     state = 1; // a handle variable decides, whatever it holds
-    EXPECT_EQ(
-        messages([&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), 1u); }),
-        "TRACE QorOsThreadStop(0=w): do thread cancel\n");
+    expectMessages("TRACE QorOsThreadStop(0=w): do thread cancel\n",
+                   [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), 1u); });
     EXPECT_EQ(state, 0u);
 }
 
@@ -184,20 +178,19 @@ TEST_F(QorOsThread, StartsOnceAndStopsByTheStateWord) {
     EXPECT_EQ(__atomic_load_n(&worker.state, __ATOMIC_ACQUIRE), 1u);
 
     // It runs: nothing starts, and the handle is none.
-    EXPECT_EQ(messages([&] {
-                  EXPECT_EQ(QorOsThreadStart(&handle, &worker.state, obey, &worker), 1u);
-                  EXPECT_EQ(QorOsThreadStart(nullptr, &worker.state, obey, &worker), 1u);
-              }),
-              "");
+    expectMessages("", [&] {
+        EXPECT_EQ(QorOsThreadStart(&handle, &worker.state, obey, &worker), 1u);
+        EXPECT_EQ(QorOsThreadStart(nullptr, &worker.state, obey, &worker), 1u);
+    });
     EXPECT_EQ(handle, 0u);
 
-    EXPECT_EQ(messages([&] {
-                  EXPECT_EQ(QorOsThreadStop(nullptr, &worker.state, 300, letLook,
-                                            reinterpret_cast<uint64_t>(&worker), "w"),
-                            1u);
-              }),
-              "TRACE QorOsThreadStop: do thread w stop\n"
-              "TRACE QorOsThreadStop: thread w is stopped\n");
+    const uint64_t address = reinterpret_cast<uint64_t>(&worker);
+    expectMessages("TRACE QorOsThreadStop: do thread w stop\n"
+                   "TRACE QorOsThreadStop: thread w is stopped\n",
+                   [&] {
+                       EXPECT_EQ(
+                           QorOsThreadStop(nullptr, &worker.state, 300, letLook, address, "w"), 1u);
+                   });
     EXPECT_TRUE(worker.ended.wait());
     EXPECT_EQ(__atomic_load_n(&worker.state, __ATOMIC_ACQUIRE), 0u);
 
@@ -222,14 +215,12 @@ TEST_F(QorOsThread, StopsWaitingAtThePollLimit) {
     };
     for (const int32_t limit : {1, 5}) {
         SCOPED_TRACE(limit);
-        const std::string ms = std::to_string(limit * 100);
         const auto begin = std::chrono::steady_clock::now();
-        EXPECT_EQ(messages([&] { EXPECT_EQ(stop(limit), 0u); }),
-                  "TRACE QorOsThreadStop: do thread w stop\n"
-                  "INFO  QorOsThreadStop: w timed out (" +
-                      ms +
-                      " ms)\n"
-                      "TRACE QorOsThreadStop: thread w is stopped\n");
+        expectMessages(text("TRACE QorOsThreadStop: do thread w stop\n"
+                            "INFO  QorOsThreadStop: w timed out (%d ms)\n"
+                            "TRACE QorOsThreadStop: thread w is stopped\n",
+                            limit * 100),
+                       [&] { EXPECT_EQ(stop(limit), 0u); });
         const auto waited = std::chrono::steady_clock::now() - begin;
         EXPECT_GE(waited, std::chrono::milliseconds(limit * 100));
         EXPECT_LT(waited, std::chrono::milliseconds(limit * 100 + 400));
@@ -238,11 +229,10 @@ TEST_F(QorOsThread, StopsWaitingAtThePollLimit) {
     EXPECT_EQ(called, 2);
 
     state = 0;
-    EXPECT_EQ(messages([&] { EXPECT_EQ(stop(1), 1u); }),
-              "TRACE QorOsThreadStop: thread w is stopped\n");
+    expectMessages("TRACE QorOsThreadStop: thread w is stopped\n", [&] { EXPECT_EQ(stop(1), 1u); });
     EXPECT_EQ(called, 2) << "there was nobody to wake";
-    EXPECT_EQ(messages([&] { EXPECT_EQ(QorOsThreadStop(nullptr, nullptr, 1, count, 0, "w"), 1u); }),
-              "ERROR QorOsThreadStop: !!! w parameter are missing !!!\n");
+    expectMessages("ERROR QorOsThreadStop: !!! w parameter are missing !!!\n",
+                   [&] { EXPECT_EQ(QorOsThreadStop(nullptr, nullptr, 1, count, 0, "w"), 1u); });
 }
 
 void answerSoon(uint64_t state) {

@@ -5,13 +5,18 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+
+#include <gtest/gtest.h>
 
 namespace support {
 
-ChildProcess::ChildProcess(const std::function<int()>& body) : pid(fork()) {
+ChildProcess::ChildProcess(const std::function<void()>& body) : pid(fork()) {
     if (pid == 0) {
-        _exit(body());
+        body();
+        fflush(stdout);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     if (pid == -1) {
         std::abort();

@@ -7,17 +7,17 @@
 
 namespace support {
 
-// A process forked from the test. It runs a function and ends at once with its result, without
-// leaving a trace in the test's own report.
+// A process forked from the test. It runs a function, whose failed expectations are shown and end
+// the process with 1 instead of 0.
 class ChildProcess {
 public:
-    explicit ChildProcess(const std::function<int()>& body);
+    explicit ChildProcess(const std::function<void()>& body);
     // Kills it where nobody waited for it.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Waits for the end: the result of the function, or 128 and the signal that ended it.
+    // Waits for the end: the exit status, or 128 and the signal that ended it.
     int wait();
 
 private:
