@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "child_process.h"
+#include "environment.h"
 #include "own_log.h"
 
 namespace {
@@ -312,7 +313,7 @@ TEST_F(QorOsMmfTest, TellsWhyABlockCannotBeGivenUp) {
 // Somebody else's segment cannot be removed. It takes root to be two users.
 TEST_F(QorOsMmfTest, TellsThatASegmentCannotBeRemoved) {
     if (getuid() != 0) {
-        GTEST_SKIP() << "needs to run as root";
+        QOR_SKIP_OR_FAIL("needs to run as root");
     }
     const int owned = shmget(static_cast<key_t>(key), 10, IPC_CREAT | 0666);
     support::ChildProcess user([&] {
