@@ -12,6 +12,9 @@
 /** Marks a declaration that the shared library exports; everything without it stays hidden. */
 #define QOR_API __attribute__((visibility("default")))
 
+/** Keeps a helper of an exported class out of the interface. */
+#define QOR_LOCAL __attribute__((visibility("hidden")))
+
 /** Lets the compiler check the arguments of a printf-like function against its format. */
 #define QOR_PRINTF(formatIndex, firstArgument)                                                     \
     __attribute__((format(printf, formatIndex, firstArgument)))
