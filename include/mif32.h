@@ -165,8 +165,4 @@ public:
                                          SetExternalMem clears it */
     unsigned char externalMemory;   /**< 1 when `data` is the caller's */
     /** @} */
-
-private:
-    /** The length as far as there is memory for it: SetLen and SetExternalMem take any. */
-    unsigned int readableLength() const;
 };

@@ -54,7 +54,7 @@ QOR_API char* qor_inet_ntop4(const unsigned char* src, char* dest, std::size_t s
  * "::", of equal runs the first; addresses of the forms ::a.b.c.d and ::ffff:a.b.c.d with their
  * last 4 bytes as IPv4.
  * @param src 16 bytes in network order
- * @param size of `dest` in bytes; 46 is always enough
+ * @param size of `dest` in bytes; 40 is always enough
  * @return `dest`, or null where text and terminator do not fit or a pointer is null; `dest` is then
  *         untouched
  */
@@ -162,7 +162,8 @@ public:
      * Fills a socket address: `size` bytes are zeroed, then family, address and port are stored.
      * The BSD length byte stays 0. An unset address leaves everything zero, the port too, and so
      * does an IPv6 address when `size` is below 28.
-     * @param sa at least 16 bytes for an IPv4 address, whatever `size` says: `size` is not tested
+     * @param sa `size` bytes, but at least 8 for an IPv4 address: its family, port and address take
+     *        the first 8 bytes whatever `size` says
      * @param port in host order
      */
     void InitSockAddr(sockaddr* sa, unsigned long size, unsigned short port) const;

@@ -10,6 +10,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "ip_sizes.h"
 #include "mif32_wire.h"
 #include "qoripaddr.h"
 
@@ -18,8 +19,6 @@ namespace {
 constexpr unsigned int growthSlackBytes = 1000;
 constexpr unsigned int maxLength = std::numeric_limits<unsigned int>::max();
 constexpr unsigned int maxPrintedBytes = 0xFFFF;
-constexpr unsigned int ipV4Bytes = 4;
-constexpr unsigned int ipV6Bytes = 16;
 
 static_assert(std::is_standard_layout_v<Mif32>);
 static_assert(offsetof(Mif32, data) == 0 && offsetof(Mif32, length) == sizeof(void*) &&
@@ -43,6 +42,11 @@ unsigned char* allocate(unsigned int size) {
 inline bool hasRoom(const Mif32& mif, unsigned int extra) {
     return mif.data != nullptr && mif.length <= mif.allocatedLength &&
            extra <= mif.allocatedLength - mif.length;
+}
+
+// The length as far as there is memory for it: SetLen and SetExternalMem take any.
+unsigned int readableLength(const Mif32& mif) {
+    return mif.data == nullptr ? 0 : std::min(mif.length, mif.allocatedLength);
 }
 
 void freeOwned(Mif32& mif) {
@@ -184,13 +188,9 @@ Mif32& Mif32::operator=(const Mif32& other) {
         reset(*this);
         allocationFailed = 1;
     } else {
-        memcpy(data, other.data, other.readableLength());
+        memcpy(data, other.data, readableLength(other));
     }
     return *this;
-}
-
-unsigned int Mif32::readableLength() const {
-    return data == nullptr ? 0 : std::min(length, allocatedLength);
 }
 
 bool Mif32::SetData(const unsigned char* bytes, unsigned int len) {
@@ -244,7 +244,7 @@ bool Mif32::CheckSize(unsigned int extra) {
         allocationFailed = 1;
         return false;
     }
-    const unsigned int readable = readableLength();
+    const unsigned int readable = readableLength(*this);
     data = static_cast<unsigned char*>(grown);
     allocatedLength = static_cast<unsigned int>(size);
     // A length that was set beyond the old memory must not show what the heap held before.
@@ -271,7 +271,7 @@ bool Mif32::IsExternalMem(unsigned int* freeBytes) const {
         return false;
     }
     if (freeBytes != nullptr) {
-        *freeBytes = allocatedLength - readableLength();
+        *freeBytes = allocatedLength - readableLength(*this);
     }
     return true;
 }
@@ -387,16 +387,16 @@ bool Mif32::RawAddStr(const char* value) {
 
 bool Mif32::AddEndKz() {
     std::size_t offset = 0;
-    if (!mif32wire::skipEntries(data, readableLength(), offset)) {
+    if (!mif32wire::skipEntries(data, readableLength(*this), offset)) {
         return false;
     }
-    return mif32wire::isEndMarkerAt(data, readableLength(), offset) ||
+    return mif32wire::isEndMarkerAt(data, readableLength(*this), offset) ||
            Add(mif32wire::endMarkerId, nullptr, 0);
 }
 
 bool Mif32::DelEndKz() {
     std::size_t offset = 0;
-    if (readableLength() != length || !mif32wire::skipEntries(data, length, offset) ||
+    if (readableLength(*this) != length || !mif32wire::skipEntries(data, length, offset) ||
         offset + mif32wire::idBytes != length || !mif32wire::isEndMarkerAt(data, length, offset)) {
         return false;
     }
@@ -428,7 +428,7 @@ void Mif32::SetLen(unsigned short len) {
 
 void Mif32::Print() const {
     printf("Len  : %d\nData : ", static_cast<int>(length));
-    const unsigned int count = std::min(readableLength(), maxPrintedBytes);
+    const unsigned int count = std::min(readableLength(*this), maxPrintedBytes);
     for (unsigned int i = 0; i < count; ++i) {
         printf("%02x ", data[i]);
     }

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <cstring>
 
+#include "ip_sizes.h"
+
 namespace {
 
-constexpr std::size_t ipV4Bytes = 4;
-constexpr std::size_t ipV6Bytes = 16;
 constexpr std::size_t groupCount = 8;
 constexpr std::size_t ipV4TextBytes = 16; // "255.255.255.255" and its terminator
-constexpr std::size_t ipV6TextBytes = 46; // eight groups of which two are an IPv4 tail
+constexpr std::size_t ipV6TextBytes = 40; // eight groups of four digits and the terminator
 constexpr unsigned int noDigit = 0xFF;
 
 // ---- Text to bytes ----
@@ -42,7 +42,8 @@ unsigned int decimalValue(char c) {
     return static_cast<unsigned int>(static_cast<unsigned char>(c)) - '0';
 }
 
-// Reads one octet and moves the text behind its digits.
+// Reads one octet and moves the text behind its digits. Kept: there may be any number of leading
+// zeros, and they do not mean octal.
 bool readOctet(const char*& text, unsigned char& octet) {
     unsigned int value = decimalValue(*text);
     if (value > 9) {
@@ -134,6 +135,7 @@ bool IpV6Reader::read(const char* text) {
     for (char c = *text; c != '\0'; c = *++text) {
         const unsigned int digit = hexValue(c);
         if (digit != noDigit) {
+            // Kept: only the value is limited, so that any number of zeros may lead the group.
             group = group << 4 | digit;
             inGroup = true;
             if (group > 0xFFFF) {

@@ -7,12 +7,11 @@
 
 #include <algorithm>
 
+#include "ip_sizes.h"
 #include "qoros.h"
 
 namespace {
 
-constexpr unsigned int ipV4Bytes = 4;
-constexpr unsigned int ipV6Bytes = 16;
 constexpr std::size_t textBytes = 64;
 constexpr unsigned char mappedPrefix[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
 constexpr unsigned char localHostV4[ipV4Bytes] = {127, 0, 0, 1};
@@ -31,7 +30,7 @@ static_assert(offsetof(QorIpAddr, address) == sizeof(void*) &&
 #pragma GCC diagnostic pop
 
 // The number that 4 bytes in network order stand for.
-unsigned int hostOrder(const unsigned char* bytes) {
+unsigned int loadHostOrder(const unsigned char* bytes) {
     return static_cast<unsigned int>(bytes[0]) << 24 | static_cast<unsigned int>(bytes[1]) << 16 |
            static_cast<unsigned int>(bytes[2]) << 8 | bytes[3];
 }
@@ -58,7 +57,8 @@ bool comparedAsIpV4(const QorIpAddr& left, const QorIpAddr& right) {
            (left.IsV4Mapped() && right.length == ipV4Bytes);
 }
 
-// Below, at or above 0 in `order`; false where the two can't be ordered.
+// Below, at or above 0 in `order`; false where the two can't be ordered. Kept: all four comparisons
+// are false then, those that include equality too.
 bool findOrder(const QorIpAddr& left, const QorIpAddr& right, int& order) {
     if (left.length == 0) {
         return false;
@@ -76,7 +76,8 @@ bool findOrder(const QorIpAddr& left, const QorIpAddr& right, int& order) {
     return true;
 }
 
-// Writes at most 46 bytes; false, with nothing written, for an unset address.
+// Writes the text, which is much shorter than the room; false, with nothing written, for an unset
+// address.
 bool formatAddress(const QorIpAddr& addr, char (&out)[textBytes]) {
     switch (addr.length) {
     case ipV4Bytes:
@@ -154,6 +155,7 @@ bool QorIpAddr::SetIpAddrFromMif(const unsigned char* value, unsigned int len) {
     return false;
 }
 
+// Kept, here and in the next one: unlike the other setters they leave the object when they fail.
 bool QorIpAddr::SetIpAddrFromMifV4(const unsigned char* value, unsigned int len) {
     if (value == nullptr || len != ipV4Bytes) {
         return false;
@@ -223,6 +225,7 @@ QorIpAddr& QorIpAddr::operator=(const QorIpAddr& other) {
     if (this == &other) {
         return *this;
     }
+    // Kept: what stands behind a shorter address stays, and operator[] shows its first byte.
     memcpy(address, other.address, usedBytes(other));
     length = other.length;
     return *this;
@@ -237,6 +240,7 @@ bool QorIpAddr::ConvertV6ToIpV4() {
     if (!IsV4Mapped()) {
         return false;
     }
+    // Kept: the bytes behind the four stay.
     memcpy(address, address + sizeof mappedPrefix, ipV4Bytes);
     length = ipV4Bytes;
     return true;
@@ -248,7 +252,7 @@ bool QorIpAddr::ConvertV4ToIpV6() {
         memcpy(address, mappedPrefix, sizeof mappedPrefix);
         length = ipV6Bytes;
     }
-    return true;
+    return true; // kept: also where there was nothing to convert
 }
 
 bool QorIpAddr::IsV4Mapped() const {
@@ -257,9 +261,9 @@ bool QorIpAddr::IsV4Mapped() const {
 
 unsigned int QorIpAddr::GetIpV4Addr() const {
     if (length == ipV4Bytes) {
-        return hostOrder(address);
+        return loadHostOrder(address);
     }
-    return IsV4Mapped() ? hostOrder(address + sizeof mappedPrefix) : 0;
+    return IsV4Mapped() ? loadHostOrder(address + sizeof mappedPrefix) : 0;
 }
 
 bool QorIpAddr::IsConfigured() const {
@@ -329,9 +333,11 @@ bool QorIpAddr::GetStr(char* out, unsigned int size) const {
 }
 
 unsigned char QorIpAddr::operator[](unsigned long i) const {
+    // Kept: the byte at the length is given as well.
     return i > length || i >= sizeof address ? 0 : address[i];
 }
 
+// Kept: an unset address equals nothing, another unset one included.
 bool QorIpAddr::operator==(const QorIpAddr& other) const {
     if (comparedAsIpV4(*this, other)) {
         return GetIpV4Addr() == other.GetIpV4Addr();
