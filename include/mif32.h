@@ -7,7 +7,7 @@
  * and value, marks the end. docs/mif32-format.md describes the format with an example.
  *
  * A Mif32 is used by one thread at a time. Nothing throws and nothing is logged: failures are
- * false results, and then the message is unchanged.
+ * false results, and then the message is unchanged unless said otherwise.
  */
 #pragma once
 
@@ -47,21 +47,23 @@ public:
     /**
      * Replaces the message by a copy of `len` bytes, in owned memory of exactly that size. Null or
      * a `len` of 0 leaves no buffer and clears all fields. The current buffer's own address changes
-     * nothing.
-     * @return false where memory is short: no buffer then, `allocationFailed` set, and the length
-     *         fields as they were
+     * nothing, whatever `len` says; bytes behind it in the buffer may be given.
+     * @return false where memory is short: the message is lost and there is no buffer then,
+     *         `allocationFailed` is set, and the length fields stay as they were
      */
     bool SetData(const unsigned char* bytes, unsigned int len);
     /** The same for characters. */
     bool SetData(const char* bytes, unsigned int len);
 
     /** Replaces the message by an empty one in owned memory of `size` bytes, which are not cleared.
-     * False for external memory, which stays, and where memory is short: no buffer then. */
+     * False for external memory, which stays, and where memory is short: the message is lost and
+     * there is no buffer then. */
     bool Alloc(unsigned short size);
 
     /**
      * Makes room for `extra` bytes behind the message. Owned memory that is too small is
-     * reallocated to 1,000 bytes more than are needed; external memory never grows.
+     * reallocated to 1,000 bytes more than are needed; external memory never grows. For 0 bytes
+     * there need not be a buffer, and none is allocated.
      * @return false where the room can't be had; buffer and allocated length are unchanged, and for
      *         owned memory `allocationFailed` is set
      */
@@ -72,12 +74,13 @@ public:
      * @param buf stays the caller's and must outlive its use here
      * @param allocLen size of `buf` in bytes
      * @param usedLen length of the message in it; a length beyond `allocLen` leaves no room
-     * @return false, with nothing changed, for null or an `allocLen` of 0
+     * @return false, with nothing changed, for null, an `allocLen` of 0, and a `buf` inside the
+     *         owned memory, which would be freed
      */
     bool SetExternalMem(unsigned char* buf, unsigned int allocLen, unsigned int usedLen);
 
     /** True when the memory is the caller's; `freeBytes`, unless null, then receives the room left
-     * in it. */
+     * in it, 0 when the length exceeds the allocation. */
     bool IsExternalMem(unsigned int* freeBytes) const;
 
     /** Owned memory: empties the message, overwrites the whole allocation with zeros and keeps it.
@@ -87,12 +90,13 @@ public:
     /** @} */
     /**
      * @name Adding entries
-     * Each appends one entry; false where there is no room, for a null pointer, and for a value
-     * under identifier 0xFFFF. A source inside the message itself is allowed.
+     * Each appends one entry; false where there is no room and for a null pointer. Identifier
+     * 0xFFFF is the end marker: with an empty value its two bytes are appended, and with any other
+     * the result is false. A source inside the message itself is allowed.
      * @{
      */
 
-    /** Any value. With identifier 0xFFFF and length 0 the two bytes of the end marker. */
+    /** Any value; null is allowed for a length of 0. */
     bool Add(unsigned short id, const unsigned char* value, unsigned short len);
 
     /** 4 bytes, 0 or 1. */
@@ -133,11 +137,12 @@ public:
     /** @} */
     /** @name End marker @{ */
 
-    /** Appends the end marker unless the message has it already. False where there is no room, and
-     * where a marker stands inside the message with data behind it. */
+    /** Appends the end marker unless the message has it already, at its end or with a single byte
+     * behind it. False where there is no room, where a marker stands inside the message with more
+     * data behind it, and where the length exceeds the memory. */
     bool AddEndKz();
-    /** Removes the end marker; false, with nothing changed, where the entries do not end with
-     * one. */
+    /** Removes the end marker; false, with nothing changed, where the entries do not end with one
+     * and where the length exceeds the memory. */
     bool DelEndKz();
 
     /** @} */
@@ -150,7 +155,8 @@ public:
     unsigned int GetLen() const;
     /** Bytes available at GetData. */
     unsigned int GetAllocLen() const;
-    /** Sets the bytes in use; not compared with the allocation. */
+    /** Sets the bytes in use, unchecked: it may exceed the allocation. Reads then stop where the
+     * memory ends, and growing fills what is between with zeros. */
     void SetLen(unsigned short len);
 
     /** Writes the length and at most the first 65,535 bytes in hexadecimal to standard output. */

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr unsigned int growthSlackBytes = 1000;
+constexpr unsigned int growthSlackBytes = 1000; // kept: GetAllocLen shows it
 constexpr unsigned int maxLength = std::numeric_limits<unsigned int>::max();
 constexpr unsigned int maxPrintedBytes = 0xFFFF;
 
@@ -65,6 +65,7 @@ void reset(Mif32& mif) {
 }
 
 // Takes over another object's fields as they are; what `mif` held before must have been freed.
+// Kept: external memory is shared by this, and the allocation-failed flag comes along.
 void copyFields(Mif32& mif, const Mif32& other) {
     mif.data = other.data;
     mif.length = other.length;
@@ -80,11 +81,17 @@ inline unsigned char* extend(Mif32& mif, unsigned int count) {
     return end;
 }
 
+// Where `bytes` lie in the buffer; false where they lie elsewhere. Pointers into different blocks
+// of memory can't be compared as such.
+bool findInBuffer(const Mif32& mif, const unsigned char* bytes, std::size_t& offset) {
+    offset = reinterpret_cast<std::uintptr_t>(bytes) - reinterpret_cast<std::uintptr_t>(mif.data);
+    return mif.data != nullptr && offset < mif.allocatedLength;
+}
+
 // Makes room and follows `source`, which moves along where it lies in the buffer itself.
 bool growUnder(Mif32& mif, unsigned int count, const unsigned char*& source) {
-    const std::uintptr_t offset =
-        reinterpret_cast<std::uintptr_t>(source) - reinterpret_cast<std::uintptr_t>(mif.data);
-    const bool inside = mif.data != nullptr && offset < mif.allocatedLength;
+    std::size_t offset = 0;
+    const bool inside = findInBuffer(mif, source, offset);
     if (!mif.CheckSize(count)) {
         return false;
     }
@@ -92,6 +99,20 @@ bool growUnder(Mif32& mif, unsigned int count, const unsigned char*& source) {
         source = mif.data + offset;
     }
     return true;
+}
+
+template <typename Number>
+inline bool appendNumber(Mif32& mif, Number value) {
+    if (!mif.CheckSize(sizeof value)) {
+        return false;
+    }
+    mif32wire::store(extend(mif, sizeof value), value);
+    return true;
+}
+
+// An entry under the end marker's identifier: without a value it is the marker.
+[[gnu::noinline]] bool addEndMarker(Mif32& mif, unsigned short valueLength) {
+    return valueLength == 0 && appendNumber(mif, mif32wire::endMarkerId);
 }
 
 // The adders proper come in pairs: the first, which is nearly always enough, is left to itself by
@@ -125,7 +146,10 @@ bool growAndAddBytes(Mif32& mif, unsigned short id, const unsigned char* value, 
 inline bool addBytes(Mif32& mif, unsigned short id, const unsigned char* value,
                      unsigned short len) {
     const unsigned int size = mif32wire::headerBytes + len;
-    if (id == mif32wire::endMarkerId || (value == nullptr && len != 0)) {
+    if (id == mif32wire::endMarkerId) {
+        return addEndMarker(mif, len);
+    }
+    if (value == nullptr && len != 0) {
         return false;
     }
     if (!hasRoom(mif, size)) {
@@ -142,15 +166,6 @@ inline bool addBytes(Mif32& mif, unsigned short id, const unsigned char* value,
 [[gnu::noinline]] bool growAndAddBytes(Mif32& mif, unsigned short id, const unsigned char* value,
                                        unsigned short len) {
     return growUnder(mif, mif32wire::headerBytes + len, value) && addBytes(mif, id, value, len);
-}
-
-template <typename Number>
-inline bool appendNumber(Mif32& mif, Number value) {
-    if (!mif.CheckSize(sizeof value)) {
-        return false;
-    }
-    mif32wire::store(extend(mif, sizeof value), value);
-    return true;
 }
 
 } // namespace
@@ -195,7 +210,7 @@ Mif32& Mif32::operator=(const Mif32& other) {
 
 bool Mif32::SetData(const unsigned char* bytes, unsigned int len) {
     if (bytes != nullptr && bytes == data) {
-        return true;
+        return true; // kept: whatever the length
     }
     if (bytes == nullptr || len == 0) {
         freeOwned(*this);
@@ -206,7 +221,7 @@ bool Mif32::SetData(const unsigned char* bytes, unsigned int len) {
     unsigned char* const copy = allocate(len);
     if (copy != nullptr) {
         memcpy(copy, bytes, len);
-        length = allocatedLength = len;
+        length = allocatedLength = len; // kept: the allocation-failed flag outlives the success
     } else {
         allocationFailed = 1;
     }
@@ -232,7 +247,8 @@ bool Mif32::Alloc(unsigned short size) {
 }
 
 bool Mif32::CheckSize(unsigned int extra) {
-    if (hasRoom(*this, extra)) {
+    // Where nothing is to be written there need not be a buffer.
+    if (hasRoom(*this, extra) || (extra == 0 && length <= allocatedLength)) {
         return true;
     }
     if (externalMemory != 0) {
@@ -253,8 +269,9 @@ bool Mif32::CheckSize(unsigned int extra) {
 }
 
 bool Mif32::SetExternalMem(unsigned char* buf, unsigned int allocLen, unsigned int usedLen) {
-    const bool isOwnBuffer = buf == data && externalMemory == 0;
-    if (buf == nullptr || allocLen == 0 || isOwnBuffer) {
+    std::size_t offset = 0;
+    const bool wouldBeFreed = externalMemory == 0 && findInBuffer(*this, buf, offset);
+    if (buf == nullptr || allocLen == 0 || wouldBeFreed) {
         return false;
     }
     freeOwned(*this);
@@ -290,9 +307,6 @@ void Mif32::ClearBuffer() {
 // ---- Adding entries ----
 
 bool Mif32::Add(unsigned short id, const unsigned char* value, unsigned short len) {
-    if (id == mif32wire::endMarkerId) {
-        return len == 0 && appendNumber(*this, mif32wire::endMarkerId);
-    }
     return addBytes(*this, id, value, len);
 }
 
@@ -373,7 +387,9 @@ bool Mif32::RawAddBin(const unsigned char* value, unsigned int len) {
     if (!hasRoom(*this, len) && !growUnder(*this, len, value)) {
         return false;
     }
-    memmove(extend(*this, len), value, len);
+    if (len != 0) {
+        memmove(extend(*this, len), value, len);
+    }
     return true;
 }
 
@@ -386,12 +402,15 @@ bool Mif32::RawAddStr(const char* value) {
 // ---- End marker ----
 
 bool Mif32::AddEndKz() {
+    if (data == nullptr) {
+        return addEndMarker(*this, 0);
+    }
     std::size_t offset = 0;
-    if (!mif32wire::skipEntries(data, readableLength(*this), offset)) {
+    if (length > allocatedLength || !mif32wire::skipEntries(data, length, offset)) {
         return false;
     }
-    return mif32wire::isEndMarkerAt(data, readableLength(*this), offset) ||
-           Add(mif32wire::endMarkerId, nullptr, 0);
+    // Kept: a single byte behind the marker does not count as data behind it.
+    return mif32wire::isEndMarkerAt(data, length, offset) || addEndMarker(*this, 0);
 }
 
 bool Mif32::DelEndKz() {
