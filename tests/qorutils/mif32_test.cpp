@@ -24,6 +24,41 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
+} // namespace
+
+#if defined(__GLIBC__)
+namespace {
+
+// A block whose first bytes are kept when it is freed.
+const volatile void* watchedBlock = nullptr;
+Bytes freedBytes(64);
+
+void keepFreedBytes(const volatile void* block) {
+    if (block != nullptr && block == watchedBlock) {
+        watchedBlock = nullptr;
+        memcpy(freedBytes.data(), const_cast<const void*>(block), freedBytes.size());
+    }
+}
+
+} // namespace
+
+// Frees pass by here: the sanitizers offer a hook, and without them a program may have a free of
+// its own as long as it leaves the work to the C library's.
+#if defined(QOR_SANITIZED)
+extern "C" void __sanitizer_free_hook(const volatile void* block) {
+    keepFreedBytes(block);
+}
+#else
+extern "C" void __libc_free(void* block);
+extern "C" void free(void* block) noexcept {
+    keepFreedBytes(block);
+    __libc_free(block);
+}
+#endif
+#endif
+
+namespace {
+
 std::string hex(const unsigned char* data, std::size_t count) {
     std::string result;
     for (std::size_t i = 0; i < count; ++i) {
@@ -70,6 +105,7 @@ TEST(Mif32, WritesEntries) {
     const unsigned char bytes[] = {1, 2, 3};
     const char* const noText = nullptr;
     EXPECT_EQ(ADDED(AddBool(1, true)), "0100040001000000");
+    EXPECT_EQ(ADDED(AddBool(1, false)), "0100040000000000");
     EXPECT_EQ(ADDED(AddInt(0xFFFE, 0x89ABCDEF)), "feff0400efcdab89");
     EXPECT_EQ(ADDED(AddInt64(2, 0xFFFFFFFF)), "02000400ffffffff");
     EXPECT_EQ(ADDED(AddInt64(2, 0x100000000)), "020008000000000001000000");
@@ -81,9 +117,6 @@ TEST(Mif32, WritesEntries) {
     EXPECT_EQ(ADDED(AddBin(5, bytes, 3)), "05000300010203");
     EXPECT_EQ(ADDED(Add(0x1234, bytes, 1)), "3412010001");
     EXPECT_EQ(ADDED(Add(6, nullptr, 0)), "06000000");
-    EXPECT_EQ(ADDED(Add(0xFFFF, nullptr, 0)), "ffff");
-    EXPECT_EQ(ADDED(Add(0xFFFF, bytes, 1)), "refused");
-    EXPECT_EQ(ADDED(AddInt(0xFFFF, 1)), "refused");
     EXPECT_EQ(ADDED(Add(1, nullptr, 1)), "refused");
     EXPECT_EQ(ADDED(AddStr(1, noText)), "refused");
     EXPECT_EQ(ADDED(AddBin(1, nullptr, 0)), "refused");
@@ -94,6 +127,21 @@ TEST(Mif32, WritesEntries) {
     EXPECT_EQ(ADDED(RawAddStr("ab")), "6162");
     EXPECT_EQ(ADDED(RawAddBin(nullptr, 0)), "refused");
     EXPECT_EQ(ADDED(RawAddStr(nullptr)), "refused");
+}
+
+TEST(Mif32, TakesOnlyEmptyValuesUnderTheEndMarkersIdentifier) {
+    const unsigned char byte = 1;
+    const QorIpAddr none;
+    const QorIpAddr v6("::1");
+    EXPECT_EQ(ADDED(Add(0xFFFF, nullptr, 0)), "ffff");
+    EXPECT_EQ(ADDED(AddStr(0xFFFF, "")), "ffff");
+    EXPECT_EQ(ADDED(AddBin(0xFFFF, &byte, 0)), "ffff");
+    EXPECT_EQ(ADDED(AddIpAddr(0xFFFF, &none)), "ffff");
+    EXPECT_EQ(ADDED(Add(0xFFFF, &byte, 1)), "refused");
+    EXPECT_EQ(ADDED(AddStr(0xFFFF, "a")), "refused");
+    EXPECT_EQ(ADDED(AddBin(0xFFFF, &byte, 1)), "refused");
+    EXPECT_EQ(ADDED(AddIpAddr(0xFFFF, &v6)), "refused");
+    EXPECT_EQ(ADDED(AddInt(0xFFFF, 0)), "refused");
 }
 
 TEST(Mif32, WritesAddresses) {
@@ -184,7 +232,9 @@ TEST(Mif32, HandlesTheEndMarker) {
 
 TEST(Mif32, GrowsByAFixedSlack) {
     Mif32 mif;
-    EXPECT_EQ(state(mif), "none of 0");
+    const unsigned char byte = 1;
+    EXPECT_TRUE(mif.CheckSize(0) && mif.RawAddStr("") && mif.RawAddBin(&byte, 0));
+    EXPECT_EQ(state(mif), "none of 0") << "nothing fits without a buffer";
     EXPECT_TRUE(mif.RawAddDWord(0));
     EXPECT_EQ(state(mif), "00000000 of 1004");
     EXPECT_TRUE(mif.CheckSize(1000));
@@ -211,7 +261,10 @@ TEST(Mif32, AddsItsOwnBytes) {
     }
     EXPECT_TRUE(mif.SetData(mif.GetData() + 4, 1500));
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(mif.GetData()), mif.GetLen()), filler);
-    EXPECT_FALSE(mif.SetExternalMem(mif.GetData(), 1500, 0)) << "it would be freed";
+    for (const unsigned int offset : {0u, 1u, 1499u}) {
+        EXPECT_FALSE(mif.SetExternalMem(mif.GetData() + offset, 1, 0)) << "it would be freed";
+    }
+    EXPECT_EQ(mif.GetLen(), 1500u);
 }
 
 TEST(Mif32, TakesData) {
@@ -224,7 +277,9 @@ TEST(Mif32, TakesData) {
     EXPECT_EQ(state(mif), "6465 of 2, failed") << "only emptying clears the flag";
     EXPECT_TRUE(mif.SetData("x", 0));
     EXPECT_EQ(state(mif), "none of 0");
+    mif.SetData("abc", 3);
     EXPECT_TRUE(mif.Alloc(2));
+    EXPECT_EQ(state(mif), " of 2");
     EXPECT_TRUE(mif.RawAddWord(0x0102));
     EXPECT_EQ(state(mif), "0201 of 2");
     EXPECT_TRUE(mif.SetData(static_cast<const char*>(nullptr), 5));
@@ -247,10 +302,10 @@ TEST(Mif32, WorksInExternalMemory) {
     EXPECT_EQ(state(mif), "eeee of 8, external");
     EXPECT_TRUE(mif.IsExternalMem(&freeBytes));
     EXPECT_EQ(freeBytes, 6u);
+    EXPECT_TRUE(mif.IsExternalMem(nullptr));
     EXPECT_FALSE(mif.Alloc(5));
-    EXPECT_FALSE(mif.AddInt(1, 2));
+    EXPECT_TRUE(mif.SetExternalMem(memory.data(), 8, 2)) << "the same once more";
     EXPECT_TRUE(mif.AddStr(1, "a"));
-    EXPECT_FALSE(mif.RawAddWord(3)) << "one byte is left";
     EXPECT_EQ(state(mif), "eeee0100010061 of 8, external");
 
     Mif32 shared(mif);
@@ -261,6 +316,48 @@ TEST(Mif32, WorksInExternalMemory) {
     EXPECT_EQ(memory[7], 5) << "forgotten untouched";
     EXPECT_TRUE(mif.SetData("a", 1));
     EXPECT_EQ(state(mif), "61 of 1");
+
+    unsigned char array[4] = {1, 2, 3, 4};
+    EXPECT_TRUE(mif.SetExternalMem(array, 4, 4));
+    mif = Mif32(array, 1);
+    EXPECT_EQ(state(mif), "01 of 1");
+    EXPECT_EQ(hex(array, 4), "01020304") << "neither wiped nor freed";
+}
+
+TEST(Mif32, RefusesWhatExternalMemoryHasNoRoomFor) {
+    struct Case {
+        const char* name;
+        bool (*add)(Mif32& mif);
+        std::size_t size;
+    };
+    const Case cases[] = {
+        {"RawAddByte", [](Mif32& mif) { return mif.RawAddByte(1); }, 1},
+        {"RawAddBin", [](Mif32& mif) { return mif.RawAddBin(Bytes(3).data(), 3); }, 3},
+        {"RawAddStr", [](Mif32& mif) { return mif.RawAddStr("abc"); }, 3},
+        {"AddInt", [](Mif32& mif) { return mif.AddInt(1, 2); }, 8},
+        {"AddStr", [](Mif32& mif) { return mif.AddStr(1, "abc"); }, 7},
+        {"AddStr, empty", [](Mif32& mif) { return mif.AddStr(1, ""); }, 4},
+        {"AddBin", [](Mif32& mif) { return mif.AddBin(1, Bytes(9).data(), 9); }, 13},
+        {"AddIpAddr",
+         [](Mif32& mif) {
+             const QorIpAddr v6("::1");
+             return mif.AddIpAddr(1, &v6);
+         },
+         20},
+        {"AddEndKz", [](Mif32& mif) { return mif.AddEndKz(); }, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes memory(4 + c.size, 0);
+        Mif32 mif;
+        mif.SetExternalMem(memory.data(), static_cast<unsigned int>(memory.size() - 1), 4);
+        EXPECT_FALSE(c.add(mif));
+        EXPECT_EQ(mif.GetLen(), 4u);
+        EXPECT_EQ(memory, Bytes(memory.size()));
+        mif.SetExternalMem(memory.data(), static_cast<unsigned int>(memory.size()), 4);
+        EXPECT_TRUE(c.add(mif));
+        EXPECT_EQ(mif.GetLen(), memory.size());
+    }
 }
 
 // Lengths may be set beyond the memory; nothing is read or written there, and what growing adds
@@ -273,17 +370,22 @@ TEST(Mif32, DoesNotTrustALengthBeyondItsMemory) {
     EXPECT_TRUE(external.IsExternalMem(&freeBytes));
     EXPECT_EQ(freeBytes, 0u);
     EXPECT_FALSE(external.RawAddByte(1));
+    EXPECT_FALSE(external.AddEndKz()) << "nobody would find that marker at the end";
     EXPECT_FALSE(external.DelEndKz());
+    EXPECT_EQ(external.GetLen(), 0xFFFFFFFF);
     testing::internal::CaptureStdout();
     external.Print();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Len  : -1\nData : 01 00 00 00 ff ff \n");
 
     Mif32 owned(memory.data(), 6);
-    owned.SetLen(9);
+    owned.SetLen(7);
+    EXPECT_FALSE(owned.AddEndKz());
+    EXPECT_FALSE(owned.DelEndKz());
+    EXPECT_EQ(owned.GetLen(), 7u);
     Mif32 copy(owned);
     for (Mif32* const mif : {&owned, &copy}) {
         EXPECT_TRUE(mif->RawAddByte(5));
-        EXPECT_EQ(state(*mif), "01000000ffff00000005 of 1010");
+        EXPECT_EQ(state(*mif), "01000000ffff0005 of 1008");
     }
     Mif32 none;
     none.SetLen(3);
@@ -304,19 +406,36 @@ TEST(Mif32, CopiesTheWholeAllocation) {
     const Mif32& self = assigned;
     assigned = self;
     EXPECT_EQ(state(assigned), "0100 of 1002");
+    assigned.CheckSize(0xFFFFFFFF);
+    EXPECT_EQ(state(Mif32(assigned)), "0100 of 1002, failed");
     assigned = Mif32();
     EXPECT_EQ(state(assigned), "none of 0");
 }
 
 TEST(Mif32, WipesTheWholeAllocation) {
     Mif32 mif;
-    mif.RawAddBin(Bytes(500, 0xEE).data(), 500);
+    mif.RawAddBin(Bytes(500).data(), 500);
+    memset(mif.GetData(), 0xEE, 1500);
     mif.SetLen(1);
     mif.ClearBuffer();
     EXPECT_EQ(state(mif), " of 1500");
-    EXPECT_EQ(Bytes(mif.GetData(), mif.GetData() + 500), Bytes(500));
+    EXPECT_EQ(Bytes(mif.GetData(), mif.GetData() + 1500), Bytes(1500));
     Mif32().ClearBuffer();
 }
+
+#if defined(__GLIBC__)
+TEST(Mif32, WipesTheWholeAllocationAtItsEnd) {
+    const Bytes secret(freedBytes.size(), 0xEE);
+    freedBytes = secret;
+    {
+        Mif32 mif(secret.data(), static_cast<unsigned int>(secret.size()));
+        mif.SetLen(1);
+        watchedBlock = mif.GetData();
+    }
+    EXPECT_EQ(watchedBlock, nullptr) << "its free was not seen";
+    EXPECT_EQ(freedBytes, Bytes(secret.size()));
+}
+#endif
 
 TEST(Mif32, PrintsAtMost65535Bytes) {
     const Bytes bytes(70000, 0x0A);
@@ -343,7 +462,11 @@ TEST(Mif32, PrintsAtMost65535Bytes) {
     const bool noData = !mif.SetData(mif.GetData() + 1, 1U << 30) &&
                         state(mif) == "none of 1004, failed" && mif.GetLen() == 4;
     const bool usable = mif.RawAddByte(1) && state(mif) == "0000000001 of 1005, failed";
-    std::exit((kept ? 0 : 1) + (empty ? 0 : 2) + (noData ? 0 : 4) + (usable ? 0 : 8));
+    unsigned char array[4] = {};
+    const bool owned = mif.SetExternalMem(array, 4, 4) && !mif.SetData(array + 1, 1U << 30) &&
+                       state(mif) == "none of 4, failed";
+    std::exit((kept ? 0 : 1) + (empty ? 0 : 2) + (noData ? 0 : 4) + (usable ? 0 : 8) +
+              (owned ? 0 : 16));
 }
 
 TEST(Mif32, SurvivesTheLackOfMemory) {
