@@ -16,6 +16,38 @@ void require(bool condition) {
     }
 }
 
+constexpr unsigned char fill = 0xEE;
+
+// Parses the text; what a failure leaves of the destination has to be all that was there.
+template <std::size_t Size>
+bool parse(int (*parser)(const char*, unsigned char*), const char* text) {
+    unsigned char bytes[Size];
+    unsigned char untouched[Size];
+    std::memset(bytes, fill, sizeof bytes);
+    std::memset(untouched, fill, sizeof untouched);
+    if (parser(text, bytes) == 1) {
+        return true;
+    }
+    require(std::memcmp(bytes, untouched, Size) == 0);
+    return false;
+}
+
+// The formatters at the sizes where the text just fits and just doesn't: IPv4 does not count the
+// terminator.
+void checkSizes(const QorIpAddr& addr, const char* text, std::size_t length) {
+    const bool isIpV4 = addr.length == 4;
+    const auto format = isIpV4 ? qor_inet_ntop4 : qor_inet_ntop6;
+    const std::size_t enough = isIpV4 ? length : length + 1;
+    const std::unique_ptr<char[]> out(new char[length + 1]);
+    std::memset(out.get(), fill, length + 1);
+    require(format(addr.address, out.get(), enough - 1) == nullptr);
+    for (std::size_t i = 0; i <= length; ++i) {
+        require(static_cast<unsigned char>(out[i]) == fill);
+    }
+    require(format(addr.address, out.get(), enough) == out.get());
+    require(std::strcmp(out.get(), text) == 0);
+}
+
 // What is written reads as the same address again, through every operation that does so.
 void checkRoundTrip(QorIpAddr& addr) {
     char text[64];
@@ -26,6 +58,7 @@ void checkRoundTrip(QorIpAddr& addr) {
     const std::unique_ptr<char[]> exact(new char[length + 1]);
     require(addr.GetStr(exact.get(), length + 1));
     require(!addr.GetStr(exact.get(), length));
+    checkSizes(addr, text, length);
     const QorIpAddr back(text);
     require(back == addr && back.length == addr.length);
     require(std::memcmp(back.address, addr.address, addr.length) == 0);
@@ -47,9 +80,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::memcpy(text.get(), data, size);
     text[size] = '\0';
 
-    unsigned char bytes[16];
-    const bool isIpV4 = qor_inet_pton4(text.get(), bytes) == 1;
-    const bool isIpV6 = qor_inet_pton6(text.get(), bytes) == 1;
+    const bool isIpV4 = parse<4>(qor_inet_pton4, text.get());
+    const bool isIpV6 = parse<16>(qor_inet_pton6, text.get());
     require(!isIpV4 || !isIpV6);
     QorIpAddr addr;
     require(addr.SetIpAddr(text.get()) == (isIpV4 || isIpV6));
