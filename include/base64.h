@@ -63,12 +63,12 @@ QOR_API unsigned int QorInetB64Encode(unsigned char const* in, int inLen, char* 
  * A blank is read as "+", which forms turn into blanks on their way; other bytes outside the
  * alphabet are skipped.
  *
- * Behind the decoded bytes stands one zero byte where the text ended with its terminator, and two
- * where it ended with "=". A last group of two or three digits gives one or two bytes, a single
- * digit none, and its left-over bits are dropped.
+ * Behind the decoded bytes stands a zero byte. Where the text ended with "=", zero bytes fill the
+ * begun group of three: two follow its first byte, one its second. A last group of two or three
+ * digits gives one or two bytes, a single digit none, and its left-over bits are dropped.
  * @param unusedLength has no effect
- * @param out a buffer of at least strlen(in) / 4 * 3 + 3 bytes, which is not checked; strlen(in) +
- * 1 bytes are also always enough
+ * @param out a buffer of at least strlen(in) * 3 / 4 + 1 bytes, rounded down, which is not checked;
+ *        a text of nothing but digits takes all of them
  * @param outLen receives the number of bytes without the zero bytes; may be null
  * @return the same number; 0, with `outLen` untouched and no zero byte written, where "=" follows a
  *         number of digits that leaves 0 or 1 on division by 4

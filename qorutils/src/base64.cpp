@@ -289,7 +289,8 @@ unsigned int QorInetB64Decode(char const* in, int /*unusedLength*/, unsigned cha
         if (place < 2) {
             return 0;
         }
-        end[1] = '\0';
+        // Kept: zero bytes fill the begun group.
+        group[2] = '\0';
     }
     end[0] = '\0';
     const auto count = static_cast<unsigned int>(end - out);

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <cstddef>
+#include <ostream>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -36,12 +38,13 @@ Outcome run(Function function, const std::string& in, unsigned int outSize) {
     return {result, out};
 }
 
-Outcome runNetworkDecode(const std::string& in) {
-    std::string out(in.size() / 4 * 3 + 3 + 8, '#');
+// Decodes from an exact-size buffer into one of the size that is told, and `spare` bytes more.
+Outcome runNetworkDecode(const std::string& in, std::size_t spare) {
+    const std::vector<char> text(in.c_str(), in.c_str() + in.size() + 1);
+    std::vector<unsigned char> out(in.size() * 3 / 4 + 1 + spare, '#');
     unsigned int length = untouched;
-    const unsigned int result =
-        QorInetB64Decode(in.c_str(), 0, reinterpret_cast<unsigned char*>(out.data()), &length);
-    return {result, out, length};
+    const unsigned int result = QorInetB64Decode(text.data(), 0, out.data(), &length);
+    return {result, std::string(out.begin(), out.end()), length};
 }
 
 // The definitions, digit by digit.
@@ -106,8 +109,8 @@ Outcome referenceDecode(const std::string& in, unsigned int outSize) {
     return {group.empty() ? index : 0, out};
 }
 
-Outcome referenceNetworkDecode(const std::string& in) {
-    std::string out(in.size() / 4 * 3 + 3 + 8, '#');
+Outcome referenceNetworkDecode(const std::string& in, std::size_t spare) {
+    std::string out(in.size() * 3 / 4 + 1 + spare, '#');
     std::string bits; // one character each
     std::size_t digits = 0;
     const std::size_t end = in.find('=');
@@ -128,7 +131,7 @@ Outcome referenceNetworkDecode(const std::string& in) {
     if (end != std::string::npos && digits % 4 < 2) {
         return {0, out, untouched};
     }
-    const std::size_t zeros = end == std::string::npos ? 1 : 2;
+    const std::size_t zeros = end == std::string::npos ? 1 : 3 - count % 3;
     out.replace(count, zeros, zeros, '\0');
     return {static_cast<unsigned int>(count), out, static_cast<unsigned int>(count)};
 }
@@ -236,7 +239,7 @@ TEST(Base64, Decodes) {
         EXPECT_EQ(decoded.result, buffer.size());
         EXPECT_EQ(decoded.buffer.substr(0, decoded.result), buffer);
         const std::string network = c.network == nullptr ? buffer : c.network;
-        const Outcome networkDecoded = runNetworkDecode(c.text);
+        const Outcome networkDecoded = runNetworkDecode(c.text, 0);
         EXPECT_EQ(networkDecoded.result, network.size());
         EXPECT_EQ(networkDecoded.buffer.substr(0, networkDecoded.result), network);
     }
@@ -254,13 +257,25 @@ TEST(Base64, DecodesAsDefinedWhateverTheText) {
         for (const unsigned int outSize : {0u, static_cast<unsigned int>(random() % 70), 70u}) {
             ASSERT_EQ(run(Base64Decode, in, outSize), referenceDecode(in, outSize)) << in;
         }
-        ASSERT_EQ(runNetworkDecode(in), referenceNetworkDecode(in)) << in;
+        for (const std::size_t spare : {0u, 8u}) {
+            ASSERT_EQ(runNetworkDecode(in, spare), referenceNetworkDecode(in, spare)) << in;
+        }
     }
     // Lines as the encoder makes them, and a zero byte in a counted text.
     const std::string bytes = randomText(random, allBytes(), 1000);
     const std::string lines = run(Base64Encode, bytes, 1356).buffer.substr(0, 1356);
     EXPECT_EQ(run(Base64Decode, lines, 1000).buffer, bytes + "########");
     EXPECT_EQ(run(Base64Decode, std::string("TW\0Fu", 5), 3).buffer, "Man########");
+}
+
+TEST(Base64, StoresZeroBytesBehindANetworkText) {
+    EXPECT_EQ(runNetworkDecode("TQ==", 0), (Outcome{1, std::string("M\0\0#", 4), 1}));
+    EXPECT_EQ(runNetworkDecode("TWE=", 0), (Outcome{2, std::string("Ma\0#", 4), 2}));
+    // Digits alone take exactly the room that is told.
+    for (std::size_t length = 0; length < 9; ++length) {
+        EXPECT_EQ(runNetworkDecode(std::string(length, 'A'), 8).buffer,
+                  std::string(length * 3 / 4 + 1, '\0') + "########");
+    }
 }
 
 TEST(Base64, RefusesNull) {
