@@ -7,9 +7,11 @@
  * works on counted buffers. The network family (QorInetB64Encode, QorInetB64Decode) makes one
  * unbroken text that ends with a zero byte, as HTTP headers carry it.
  *
- * No function keeps anything between calls: all may be called from any thread at any time. A
- * result of 0 is also what a null `in` or `out` gives, and then nothing is written; a null `in` is
- * accepted where its length is 0. Compiles as C11 and as C++17.
+ * No function keeps anything between calls: all may be called from any thread at any time. A null
+ * `in` or `out` gives 0, and nothing is then written; only QorInetB64Encode takes a null `in`
+ * without a length for an empty input. An empty input gives 0 as well. The decoders also work in
+ * place, with `in` and `out` the same; otherwise no two buffers of a call may overlap. Compiles as
+ * C11 and as C++17.
  */
 #pragma once
 

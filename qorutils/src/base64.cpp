@@ -13,9 +13,10 @@ constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxy
 constexpr unsigned char padding = '=';
 constexpr unsigned char lineFeed = '\n';
 
-// A line is the text of 48 bytes; all but the first also hold the line feed before them.
-constexpr std::size_t lineBytes = 48;
-constexpr std::size_t lineCharacters = 64;
+// The buffer family encodes in chunks. Kept: the first line is one character longer than the
+// others, so that the line feed falls behind the first character of every chunk but the first.
+constexpr std::size_t chunkBytes = 48;
+constexpr std::size_t chunkCharacters = 64;
 
 // The two digits of each 12-bit number: half as many look-ups as digit by digit.
 struct DigitPair {
@@ -93,9 +94,8 @@ void encodeText(const unsigned char* in, std::size_t length, unsigned char* out)
     }
 }
 
-// Encodes up to 48 bytes that follow a full line. Kept: the line feed is due behind the first
-// character, since the first line is one longer than the others; readers skip it anyway.
-void encodeFollowingLine(const unsigned char* in, std::size_t length, unsigned char* out) {
+// Encodes a chunk with its line feed.
+void encodeFollowingChunk(const unsigned char* in, std::size_t length, unsigned char* out) {
     encodeText(in, length, out + 1);
     out[0] = out[1];
     out[1] = lineFeed;
@@ -123,7 +123,7 @@ std::uint32_t groupBits(const unsigned char (&group)[4]) {
     return bits;
 }
 
-std::size_t groupYield(const unsigned char (&group)[4]) {
+std::size_t byteCount(const unsigned char (&group)[4]) {
     if (group[2] == padding) {
         return 1;
     }
@@ -184,9 +184,9 @@ void mergeDigit(std::uint32_t digit, std::size_t place, unsigned char* out) {
 } // namespace
 
 unsigned int CalcBase64Len(unsigned int count) {
-    // One line feed for each begun 64 characters; the one too many is the terminator's.
+    // A line feed for each begun chunk; the one too many is the terminator's.
     const std::uint64_t characters = textLength(count);
-    const std::uint64_t size = characters + (characters + lineCharacters - 1) / lineCharacters;
+    const std::uint64_t size = characters + (characters + chunkCharacters - 1) / chunkCharacters;
     return static_cast<unsigned int>(std::min<std::uint64_t>(size, UINT32_MAX));
 }
 
@@ -196,18 +196,18 @@ unsigned int Base64Encode(unsigned char const* in, unsigned int inLen, unsigned 
         return 0;
     }
     std::size_t index = 0;
-    for (std::size_t taken = 0; taken < inLen; taken += lineBytes) {
-        const std::size_t bytes = std::min(lineBytes, inLen - taken);
-        const auto encodeLine = index == 0 ? encodeText : encodeFollowingLine;
+    for (std::size_t taken = 0; taken < inLen; taken += chunkBytes) {
+        const std::size_t bytes = std::min(chunkBytes, inLen - taken);
+        const auto encodeChunk = index == 0 ? encodeText : encodeFollowingChunk;
         const std::size_t length = textLength(bytes) + (index == 0 ? 0 : 1);
         const std::size_t room = outSize - index;
         if (length > room) {
-            unsigned char line[lineCharacters + 1];
-            encodeLine(in + taken, bytes, line);
-            memcpy(out + index, line, room);
+            unsigned char chunk[chunkCharacters + 1];
+            encodeChunk(in + taken, bytes, chunk);
+            memcpy(out + index, chunk, room);
             return 0;
         }
-        encodeLine(in + taken, bytes, out + index);
+        encodeChunk(in + taken, bytes, out + index);
         index += length;
     }
     return static_cast<unsigned int>(index);
@@ -233,14 +233,14 @@ unsigned int Base64Decode(unsigned char const* in, unsigned int inLen, unsigned 
         }
         unsigned char bytes[3];
         storeBytes(groupBits(group), bytes);
-        const std::size_t yield = groupYield(group);
+        const std::size_t count = byteCount(group);
         const std::size_t room = static_cast<std::size_t>(outEnd - next);
-        memcpy(next, bytes, std::min(yield, room));
-        if (yield > room) {
+        memcpy(next, bytes, std::min(count, room));
+        if (count > room) {
             return 0;
         }
-        next += yield;
-        if (yield < 3) {
+        next += count;
+        if (count < 3) {
             return static_cast<unsigned int>(next - out);
         }
     }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <memory>
 #include <ostream>
 #include <random>
 #include <string>
@@ -28,14 +29,24 @@ struct Outcome {
     }
 };
 
-// Calls a function of the buffer family with less room than its buffer really has.
+// Calls a function of the buffer family with an exact-size input, and with less room than its
+// buffer really has.
 template <class Function>
 Outcome run(Function function, const std::string& in, unsigned int outSize) {
+    const auto exact = std::make_unique<unsigned char[]>(in.size());
+    in.copy(reinterpret_cast<char*>(exact.get()), in.size());
     std::string out(outSize + 8, '#');
-    const unsigned int result = function(reinterpret_cast<const unsigned char*>(in.data()),
-                                         static_cast<unsigned int>(in.size()),
+    const unsigned int result = function(exact.get(), static_cast<unsigned int>(in.size()),
                                          reinterpret_cast<unsigned char*>(out.data()), outSize);
     return {result, out};
+}
+
+Outcome runNetworkEncode(const std::string& in) {
+    std::vector<char> out((in.size() + 2) / 3 * 4 + 1, '#');
+    unsigned int length = untouched;
+    const unsigned int result = QorInetB64Encode(reinterpret_cast<const unsigned char*>(in.data()),
+                                                 static_cast<int>(in.size()), out.data(), &length);
+    return {result, std::string(out.begin(), out.end()), length};
 }
 
 // Decodes from an exact-size buffer into one of the size that is told, and `spare` bytes more.
@@ -94,14 +105,14 @@ Outcome referenceDecode(const std::string& in, unsigned int outSize) {
         for (const char c : group) {
             bits = bits << 6 | (c == '=' ? 0 : alphabet.find(c));
         }
-        const unsigned int yield = group[2] == '=' ? 1 : group[3] == '=' ? 2 : 3;
-        for (unsigned int k = 0; k < yield; ++k) {
+        const unsigned int count = group[2] == '=' ? 1 : group[3] == '=' ? 2 : 3;
+        for (unsigned int k = 0; k < count; ++k) {
             if (index >= outSize) {
                 return {0, out};
             }
             out[index++] = static_cast<char>(bits >> (16 - 8 * k));
         }
-        if (yield < 3) {
+        if (count < 3) {
             return {index, out};
         }
         group.clear();
@@ -161,11 +172,8 @@ TEST(Base64, TellsTheSizeForATextAndATerminator) {
         {0, 0},
         {1, 5},
         {3, 5},
-        {45, 61},
-        {46, 65},
         {48, 65},
         {49, 70},
-        {96, 130},
         {1000, 1357},
         {3171668154u, 4294967292u}, // the largest size that 32 bits hold
         {3171668155u, 0xFFFFFFFFu},
@@ -181,8 +189,6 @@ TEST(Base64, TellsTheSizeForATextAndATerminator) {
 }
 
 TEST(Base64, KeepsTheFirstLineOneCharacterLonger) {
-    EXPECT_EQ(run(Base64Encode, std::string(48, '\0'), 64).buffer,
-              std::string(64, 'A') + "########");
     EXPECT_EQ(run(Base64Encode, std::string(97, '\0'), 135).buffer.substr(0, 135),
               std::string(65, 'A') + '\n' + std::string(64, 'A') + "\nA==#");
 }
@@ -192,15 +198,11 @@ TEST(Base64, EncodesAsDefinedForEveryRoom) {
     for (unsigned int length = 0; length < 200; ++length) {
         const std::string in = randomText(random, allBytes(), length);
         for (unsigned int outSize = 0; outSize < CalcBase64Len(length) + 2; ++outSize) {
-            ASSERT_EQ(run(Base64Encode, in, outSize), referenceEncode(in, outSize));
+            ASSERT_EQ(run(Base64Encode, in, outSize), referenceEncode(in, outSize))
+                << length << " bytes, room for " << outSize;
         }
-        std::string text(plainEncode(in).size() + 1, '#');
-        unsigned int textLength = 0;
-        ASSERT_EQ(QorInetB64Encode(reinterpret_cast<const unsigned char*>(in.data()),
-                                   static_cast<int>(length), text.data(), &textLength),
-                  text.size() - 1);
-        ASSERT_EQ(textLength, text.size() - 1);
-        ASSERT_EQ(text, plainEncode(in) + '\0');
+        const auto characters = (length + 2) / 3 * 4;
+        ASSERT_EQ(runNetworkEncode(in), (Outcome{characters, plainEncode(in) + '\0', characters}));
     }
 }
 
@@ -215,9 +217,6 @@ TEST(Base64, Decodes) {
         {"", nullptr, ""},
         {"Zg==", "f", nullptr},
         {"Zm8=", "fo", nullptr},
-        {"Zm9v", "foo", nullptr},
-        {"Zm9vYg==", "foob", nullptr},
-        {"Zm9vYmE=", "fooba", nullptr},
         {"Zm9vYmFy", "foobar", nullptr},
         {"TWFu\nTWE=", "ManMa", nullptr},
         {"T\xFFW\r-F.u", "Man", nullptr},
@@ -255,17 +254,33 @@ TEST(Base64, DecodesAsDefinedWhateverTheText) {
     for (unsigned int round = 0; round < 6000; ++round) {
         const std::string in = randomText(random, characterSets[round % 3], random() % 90);
         for (const unsigned int outSize : {0u, static_cast<unsigned int>(random() % 70), 70u}) {
-            ASSERT_EQ(run(Base64Decode, in, outSize), referenceDecode(in, outSize)) << in;
+            ASSERT_EQ(run(Base64Decode, in, outSize), referenceDecode(in, outSize))
+                << "round " << round << ", room for " << outSize << ": " << in;
         }
         for (const std::size_t spare : {0u, 8u}) {
             ASSERT_EQ(runNetworkDecode(in, spare), referenceNetworkDecode(in, spare)) << in;
         }
     }
-    // Lines as the encoder makes them, and a zero byte in a counted text.
-    const std::string bytes = randomText(random, allBytes(), 1000);
-    const std::string lines = run(Base64Encode, bytes, 1356).buffer.substr(0, 1356);
-    EXPECT_EQ(run(Base64Decode, lines, 1000).buffer, bytes + "########");
+    // A zero byte in a counted text, and a digit behind its end.
     EXPECT_EQ(run(Base64Decode, std::string("TW\0Fu", 5), 3).buffer, "Man########");
+    const auto decodeSeven = [](const unsigned char* in, unsigned int, unsigned char* out,
+                                unsigned int outSize) { return Base64Decode(in, 7, out, outSize); };
+    EXPECT_EQ(run(decodeSeven, "TWFuTWFu", 70), (Outcome{0, "Man" + std::string(75, '#')}));
+}
+
+TEST(Base64, DecodesInPlaceWhatTheEncodersMade) {
+    std::mt19937 random(3);
+    const std::string bytes = randomText(random, allBytes(), 70000); // 16 bits count no length
+    const unsigned int size = CalcBase64Len(70000);
+    Outcome lines = run(Base64Encode, bytes, size);
+    ASSERT_EQ(lines.result, size - 1);
+    auto* const lineText = reinterpret_cast<unsigned char*>(lines.buffer.data());
+    EXPECT_EQ(Base64Decode(lineText, lines.result, lineText, 70000), 70000u);
+    EXPECT_TRUE(lines.buffer.substr(0, 70000) == bytes);
+    Outcome line = runNetworkEncode(bytes);
+    auto* const text = line.buffer.data();
+    EXPECT_EQ(QorInetB64Decode(text, 0, reinterpret_cast<unsigned char*>(text), nullptr), 70000u);
+    EXPECT_TRUE(line.buffer.substr(0, 70000) == bytes);
 }
 
 TEST(Base64, StoresZeroBytesBehindANetworkText) {
@@ -293,8 +308,10 @@ TEST(Base64, RefusesNull) {
     EXPECT_EQ(length, untouched);
     EXPECT_STREQ(text, "AAAA");
     EXPECT_EQ(QorInetB64Decode("TWFu", -1, bytes, nullptr), 3u);
-    EXPECT_EQ(QorInetB64Encode(bytes, -1, text, nullptr), 0u);
+    EXPECT_EQ(QorInetB64Encode(nullptr, 0, text, &length), 0u);
+    EXPECT_EQ(length, 0u);
     EXPECT_STREQ(text, "");
+    EXPECT_EQ(QorInetB64Encode(bytes, -1, text, nullptr), 0u);
 }
 
 } // namespace
