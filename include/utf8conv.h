@@ -29,12 +29,13 @@ QOR_API int UTF8_putc(unsigned char* out, int room, unsigned long code);
  * today accepts, so that text beyond ASCII is to be given as references. Of a "&#" that no ";"
  * follows the "&" is dropped; a reference of 20 or more characters before its ";" is dropped whole.
  * A reference reads what a longer one before it in the same text left behind its own digits:
- * "&#1234;&#5;" is 1234 and 5234. A reference without a number is 0.
+ * "&#1234;&#5;" is 1234 and 5234. A reference to 0, or without a number, writes a zero byte, which
+ * ends the text for its reader; the conversion goes on behind it.
  *
  * Where a code no longer fits, the position goes one byte back, never before the start of `dst`,
  * and the conversion goes on from there.
  * @param src the text, ending with a zero byte; null counts as empty
- * @param dst receives the text and a terminator; null: nothing is done
+ * @param dst receives the text and a terminator, and must not overlap `src`; null: nothing is done
  * @param dstSize the number of bytes that the text may take. The terminator is not counted: pass
  *        one less than the size of the buffer, since it may land at dst[dstSize]
  */
