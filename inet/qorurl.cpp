@@ -41,16 +41,13 @@ void takeScheme(const char*& text, QORINET_URL* out) {
     }
 }
 
-char* newText(const char* start, std::size_t length) {
+char* newText(const char* start, const char* end) {
+    const auto length = static_cast<std::size_t>(end - start);
     char* const text = static_cast<char*>(calloc(length + 1, 1));
     if (text != nullptr) {
         memcpy(text, start, length);
     }
     return text;
-}
-
-char* newTextBetween(const char* start, const char* end) {
-    return newText(start, static_cast<std::size_t>(end - start));
 }
 
 unsigned int portBetween(const char* start, const char* end) {
@@ -74,7 +71,7 @@ int QorInetUrlParse(const char* url, QORINET_URL* out, unsigned int defaultPort)
     // and the host before it is set even if the parse fails.
     const char* const colon = strchr(url, ':');
     if (colon != nullptr) {
-        out->host = newTextBetween(url, colon);
+        out->host = newText(url, colon);
     }
     const char* const slash = strchr(colon != nullptr ? colon : url, '/');
     if (slash == nullptr) {
@@ -83,9 +80,9 @@ int QorInetUrlParse(const char* url, QORINET_URL* out, unsigned int defaultPort)
     if (colon != nullptr) {
         out->port = portBetween(colon + 1, slash);
     } else {
-        out->host = newTextBetween(url, slash);
+        out->host = newText(url, slash);
     }
-    out->path = newText(slash + 1, strlen(slash + 1));
+    out->path = newText(slash + 1, slash + strlen(slash));
     return out->host != nullptr && out->path != nullptr ? 1 : 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -45,7 +46,9 @@ TEST(QorInetUrl, SplitsHostPortAndPath) {
         {"http://h:port/x", 1, 0, "h", 0, "x"},
         {"http://h: +9z/x", 1, 0, "h", 9, "x"},
         {"http://h:-1/x", 1, 0, "h", 4294967295u, "x"},
-        {"http://h:4294967297/x", 1, 0, "h", 1, "x"},
+        {"http://h:4294967297/x", 1, 0, "h", 1, "x"},                     // the low 32 bits count
+        {"http://h:99999999999999999999/x", 1, 0, "h", 4294967295u, "x"}, // the largest long
+        {"http://h:-99999999999999999999/x", 1, 0, "h", 0, "x"},          // the smallest
         {"http://h:" + zeros + "1234/x", 1, 0, "h", 1234, "x"},
         {"http://h:" + zeros + "12345/x", 1, 0, "h", 1234, "x"}, // cut to 199 characters
     };
@@ -58,7 +61,8 @@ TEST(QorInetUrl, SplitsHostPortAndPath) {
         EXPECT_EQ(textOf(url.host), c.host);
         EXPECT_EQ(unsigned{url.port}, c.port);
         EXPECT_EQ(textOf(url.path), c.path);
-        EXPECT_EQ(url.text1 == nullptr && url.text2 == nullptr, true);
+        EXPECT_EQ(textOf(url.text1), none);
+        EXPECT_EQ(textOf(url.text2), none);
         EXPECT_EQ(std::string(std::begin(url.reserved), std::end(url.reserved)),
                   std::string(8, '\0'));
         QorInetUrlFree(&url);
