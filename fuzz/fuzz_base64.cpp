@@ -17,10 +17,9 @@ void require(bool holds) {
 
 void decodeBuffer(const std::vector<unsigned char>& in) {
     const auto length = static_cast<unsigned int>(in.size());
-    const unsigned int enough = length / 4 * 3;
-    std::vector<unsigned char> out(enough + 1);
-    const unsigned int count = Base64Decode(in.data(), length, out.data(), enough);
-    require(count <= enough);
+    std::vector<unsigned char> out(length + 1);
+    const unsigned int count = Base64Decode(in.data(), length, out.data(), length);
+    require(count <= length / 4 * 3);
     // With exactly the room that it takes the result is the same, with one byte less it is 0.
     std::vector<unsigned char> exact(count + 1);
     require(Base64Decode(in.data(), length, exact.data(), count) == count);
@@ -31,14 +30,20 @@ void decodeBuffer(const std::vector<unsigned char>& in) {
 void decodeNetwork(const std::vector<unsigned char>& in) {
     std::vector<char> text(in.size() + 1);
     memcpy(text.data(), in.data(), in.size());
-    std::vector<unsigned char> out(strlen(text.data()) / 4 * 3 + 3);
-    const unsigned int count = QorInetB64Decode(text.data(), 0, out.data(), nullptr);
-    require(count < out.size());
+    std::vector<unsigned char> out(strlen(text.data()) * 3 / 4 + 1, '#');
+    constexpr unsigned int untouched = 0xFFFFFFFF;
+    unsigned int outLen = untouched;
+    const unsigned int count = QorInetB64Decode(text.data(), 0, out.data(), &outLen);
+    if (outLen == untouched) {
+        require(count == 0 && strchr(text.data(), '=') != nullptr);
+        return;
+    }
+    require(outLen == count && count < out.size() && out[count] == 0);
 }
 
 void roundTrip(const std::vector<unsigned char>& in) {
     const auto length = static_cast<unsigned int>(in.size());
-    std::vector<unsigned char> lines(CalcBase64Len(length) + 1);
+    std::vector<unsigned char> lines(CalcBase64Len(length) + 1); // never a null pointer
     const unsigned int written =
         Base64Encode(in.data(), length, lines.data(), CalcBase64Len(length));
     require(length == 0 ? written == 0 : written + 1 == CalcBase64Len(length));
@@ -47,10 +52,11 @@ void roundTrip(const std::vector<unsigned char>& in) {
     require(memcmp(out.data(), in.data(), length) == 0);
 
     std::vector<char> text((in.size() + 2) / 3 * 4 + 1);
-    const unsigned int textLength =
-        QorInetB64Encode(in.data(), static_cast<int>(length), text.data(), nullptr);
+    unsigned int textLength = 0;
+    require(QorInetB64Encode(in.data(), static_cast<int>(length), text.data(), &textLength) ==
+            textLength);
     require(textLength + 1 == text.size() && strlen(text.data()) == textLength);
-    std::vector<unsigned char> decoded(textLength / 4 * 3 + 3);
+    std::vector<unsigned char> decoded(textLength * 3 / 4 + 1);
     require(QorInetB64Decode(text.data(), 0, decoded.data(), nullptr) == length);
     require(memcmp(decoded.data(), in.data(), length) == 0);
 }
