@@ -174,7 +174,10 @@ public:
     /** The name of the group behind the one stored last. */
     signed char GetNextGroup(char* out, unsigned int size);
 
-    /** Selects a group and stores its first value line; `valueOut` may be null. */
+    /**
+     * Selects a group and goes on like GetNextParam. Each call looks for the group from the text's
+     * start, so a walk through all groups takes time in proportion to groups times text.
+     */
     signed char GetFirstParam(const char* group, char* nameOut, unsigned int nameSize,
                               char* valueOut, unsigned int valueSize);
 
@@ -182,6 +185,8 @@ public:
      * The next value line of the selected group; `valueOut` may be null. Blanks inside names are
      * kept. A line from which 256 characters of a name or a value are collected ends the iteration,
      * and so does a last line without a line end.
+     * @return 0 at the end. `nameOut` is empty then, or holds the name of the line that ended the
+     *         iteration by its value or by its missing end; `valueOut` is as it was.
      */
     signed char GetNextParam(char* nameOut, unsigned int nameSize, char* valueOut,
                              unsigned int valueSize);

@@ -285,7 +285,6 @@ signed char ConfigFile::GetFirstParam(const char* group, char* nameOut, unsigned
     }
     if (getGroupPos(group, &paramCursor, &paramEnd) == 0) {
         paramCursor = nullptr;
-        return 0;
     }
     return GetNextParam(nameOut, nameSize, valueOut, valueSize);
 }
@@ -317,10 +316,13 @@ bool ConfigFile::collectName(char* line, char* lineStop, CollectedValue* name,
 
 signed char ConfigFile::GetNextParam(char* nameOut, unsigned int nameSize, char* valueOut,
                                      unsigned int valueSize) {
-    if (nameOut == nullptr || paramCursor == nullptr) {
+    if (nameOut == nullptr) {
         return 0;
     }
     strcpy_qor(nameOut, nameSize, "");
+    if (paramCursor == nullptr) {
+        return 0;
+    }
     char* const stop = rangeStop(paramEnd);
     for (char* line = paramCursor; line < stop; line = paramCursor) {
         char* const lineStop = findLineEnd(line, stop);

@@ -44,6 +44,7 @@ Lines linesOf(ConfigFile& config, const std::string& group) {
         lines.emplace_back(name, value);
     }
     EXPECT_EQ(config.GetNextParam(name, sizeof name, value, sizeof value), 0) << "stays at its end";
+    EXPECT_STREQ(name, "");
     return lines;
 }
 
@@ -188,9 +189,9 @@ TEST(ConfigFileRead, GivesUpLinesOf511Characters) {
 
 TEST(ConfigFileRead, CutsToTheCallersSize) {
     ConfigFile config;
-    open(config, "[g]\nk=value\n");
+    open(config, "[g]\nname=value\n");
     char out[4] = "###";
-    EXPECT_EQ(config.ReadStr("g", "k", out, sizeof out), 1);
+    EXPECT_EQ(config.ReadStr("g", "name", out, sizeof out), 1);
     EXPECT_STREQ(out, "val");
     EXPECT_EQ(config.ReadStrDef("g", "none", out, 3, "default"), 0);
     EXPECT_STREQ(out, "de");
@@ -198,6 +199,32 @@ TEST(ConfigFileRead, CutsToTheCallersSize) {
     EXPECT_STREQ(out, "");
     EXPECT_EQ(config.GetFirstGroup(out, 1), 1);
     EXPECT_STREQ(out, "");
+    char name[] = "#####";
+    char value[] = "#####";
+    EXPECT_EQ(config.GetFirstParam("g", name, 3, value, 4), 1);
+    EXPECT_EQ(std::string(name, sizeof name), std::string("na\0##\0", 6));
+    EXPECT_EQ(std::string(value, sizeof value), std::string("val\0#\0", 6));
+}
+
+TEST(ConfigFileRead, EmptiesTheNameAtTheEnd) {
+    ConfigFile config;
+    char name[8] = "kept";
+    char value[8] = "kept";
+    const auto next = [&] { return config.GetNextParam(name, sizeof name, value, sizeof value); };
+    const auto first = [&](const char* group) {
+        return config.GetFirstParam(group, name, sizeof name, value, sizeof value);
+    };
+    EXPECT_EQ(next(), 0) << "closed";
+    EXPECT_STREQ(name, "");
+    open(config, "[g]\na=1\nl=2");
+    EXPECT_EQ(first("g"), 1);
+    EXPECT_EQ(first("missing"), 0);
+    EXPECT_STREQ(name, "");
+    EXPECT_EQ(next(), 0) << "a missing group ends the iteration";
+    EXPECT_EQ(first("g"), 1);
+    EXPECT_EQ(next(), 0);
+    EXPECT_STREQ(name, "l") << "the line that ends the iteration";
+    EXPECT_STREQ(value, "1") << "as it was";
 }
 
 TEST(ConfigFileRead, ComparesValues) {
