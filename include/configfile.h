@@ -74,8 +74,9 @@ public:
      * 510-byte piece in which the line is read. The size is taken modulo 2^32; of a file that is
      * larger, or grows meanwhile, only that many bytes and up to 11 more are read.
      * @return 1 if the file was read. Otherwise the document is empty, and the name stays attached,
-     *         so that Close creates the file after edits. Only regular files are read. A path of
-     *         more than 1023 bytes is refused, and no name is attached then.
+     *         so that Close creates the file after edits. Besides regular files only character
+     *         devices are read, 11 bytes of them and only what is there at once. A path of more
+     *         than 1023 bytes is refused, and no name is attached then.
      */
     signed char OpenFile(const char* path);
 
@@ -92,7 +93,8 @@ public:
      * Writes an edited document to the file whose name is attached, created with the permissions
      * rw-rw-r-- where it does not exist (the umask of the whole process is 2 meanwhile), and
      * releases the text.
-     * @return 0 only if that file can't be opened for writing; the text is released all the same
+     * @return 0 only if that file can't be opened for writing, as a pipe that nobody reads; the
+     * text is released all the same. A write that fails is not reported.
      */
     signed char Close();
 

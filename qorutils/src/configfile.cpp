@@ -14,6 +14,7 @@
 #include <new>
 
 #include "configfile_text.h"
+#include "filecalls.h"
 #include "qoros.h"
 
 using configtext::findLineEnd;
@@ -35,11 +36,16 @@ constexpr std::size_t encodedSize = 513;
 // No system call is asked for more bytes than this: some refuse sizes that do not fit an int.
 constexpr std::size_t transferSize = std::size_t{1} << 30;
 
+// For both ways: neither a pipe without its other end nor a terminal is waited for, and a terminal
+// does not become the process's own.
+constexpr int openFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
 // Reads up to `size` bytes. Returns their number, or -1 where reading fails.
-ssize_t readBytes(int fd, char* buffer, std::size_t size) {
+ssize_t readAll(int fd, char* buffer, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t got = read(fd, buffer + done, std::min(size - done, transferSize));
+        const ssize_t got =
+            filecalls::readBytes(fd, buffer + done, std::min(size - done, transferSize));
         if (got == 0) {
             break;
         }
@@ -51,10 +57,10 @@ ssize_t readBytes(int fd, char* buffer, std::size_t size) {
     return static_cast<ssize_t>(done);
 }
 
-void writeBytes(int fd, const char* buffer, std::size_t size) {
+void writeAll(int fd, const char* buffer, std::size_t size) {
     while (size > 0) {
-        const ssize_t put = write(fd, buffer, std::min(size, transferSize));
-        if (put < 0 && errno != EINTR) {
+        const ssize_t put = filecalls::writeBytes(fd, buffer, std::min(size, transferSize));
+        if (put == 0 || (put < 0 && errno != EINTR)) {
             return;
         }
         const std::size_t done = put < 0 ? 0 : static_cast<std::size_t>(put);
@@ -82,10 +88,17 @@ std::size_t dropBehindZeros(char* text, std::size_t length) {
     return kept;
 }
 
-// The size of a regular file, modulo 2^32; -1 for everything else, which has none.
+// The size of a regular file, modulo 2^32; 0 for a character device, of which the spare bytes are
+// read; -1 for everything else.
 off_t sizeOf(int fd) {
     struct stat status;
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fstat(fd, &status) != 0) {
+        return -1;
+    }
+    if (S_ISCHR(status.st_mode)) {
+        return 0;
+    }
+    if (!S_ISREG(status.st_mode)) {
         return -1;
     }
     const off_t size = lseek(fd, 0, SEEK_END);
@@ -103,7 +116,7 @@ char* readText(int fd, std::size_t* length) {
     }
     const std::size_t size = static_cast<std::size_t>(fileSize) + spareBytes;
     char* const text = static_cast<char*>(std::malloc(size));
-    const ssize_t got = text == nullptr ? -1 : readBytes(fd, text, size - 1);
+    const ssize_t got = text == nullptr ? -1 : readAll(fd, text, size - 1);
     if (got < 0) {
         std::free(text);
         return nullptr;
@@ -190,8 +203,7 @@ void ConfigFile::ensureText() {
 }
 
 bool ConfigFile::readFile() {
-    // Opening a pipe must not wait for its writer: it is refused anyway.
-    const int fd = open(fileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = filecalls::openFile(fileName, O_RDONLY | openFlags);
     if (fd < 0) {
         return false;
     }
@@ -240,9 +252,9 @@ signed char ConfigFile::OpenMem(const char* source, int length) {
 
 bool ConfigFile::writeFile() const {
     const mode_t oldMask = umask(2);
-    const int fd = open(fileName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int fd = filecalls::openFile(fileName, O_WRONLY | O_CREAT | O_TRUNC | openFlags);
     if (fd >= 0) {
-        writeBytes(fd, text, textLength);
+        writeAll(fd, text, textLength);
         close(fd);
     }
     umask(oldMask);
