@@ -243,31 +243,36 @@ public:
     /** @} */
 
 private:
-    struct CollectedValue;
+    struct Collected;
 
     // Ranges of the text run from the first to the last character, both included; the end of the
     // last group is the terminator behind the text.
-    signed char getGroupPos(const char* group, char** start, char** end) const;
-    signed char getValuePos(const char* name, unsigned int nameLen, char* from, char* to,
-                            char** valuePos, char* out, unsigned int outSize,
-                            unsigned int flags) const;
-    static void deleteLastSpace(char* value);
-    signed char addStr(const char* added, unsigned long pos);
-    signed char delStr(unsigned long pos, unsigned long count);
+    QOR_LOCAL signed char getGroupPos(const char* group, char** start, char** end) const;
+    QOR_LOCAL signed char getValuePos(const char* name, unsigned int nameLen, char* from, char* to,
+                                      char** valuePos, char* out, unsigned int outSize,
+                                      unsigned int flags) const;
+    QOR_LOCAL static void deleteLastSpace(char* value);
+    QOR_LOCAL signed char addStr(const char* added, unsigned long pos);
+    QOR_LOCAL signed char delStr(unsigned long pos, unsigned long count);
 
-    char* rangeStop(char* end) const;
-    bool hasComments() const;
-    char* matchName(const char* name, unsigned int nameLen, char* line, char* lineStop) const;
-    bool collectName(char* line, char* lineStop, CollectedValue* name, char** valueStart) const;
-    bool collectValue(char* from, char* lineStop, unsigned int flags, CollectedValue* value) const;
-    static void finishValue(CollectedValue* value);
-    signed char readValue(const char* group, const char* name, char* out, unsigned int size) const;
-    signed char splice(unsigned long pos, unsigned long count, const char* added);
-    signed char appendGroup(const char* group, const char* name, const char* value, unsigned size);
-    void replaceText(char* newText, std::uint64_t newLength);
-    void ensureText();
-    bool readFile();
-    bool writeFile() const;
+    QOR_LOCAL char* rangeStop(char* end) const;
+    QOR_LOCAL bool hasComments() const;
+    QOR_LOCAL char* matchName(const char* name, unsigned int nameLen, char* line,
+                              char* lineStop) const;
+    QOR_LOCAL bool collectName(char* line, char* lineStop, Collected* name,
+                               char** valueStart) const;
+    QOR_LOCAL bool collectValue(char* from, char* lineStop, unsigned int flags,
+                                Collected* value) const;
+    QOR_LOCAL static void finishValue(Collected* value);
+    QOR_LOCAL signed char readValue(const char* group, const char* name, char* out,
+                                    unsigned int size) const;
+    QOR_LOCAL signed char splice(unsigned long pos, unsigned long count, const char* added);
+    QOR_LOCAL signed char appendGroup(const char* group, const char* name, const char* value,
+                                      unsigned int size);
+    QOR_LOCAL void replaceText(char* newText, std::uint64_t newLength);
+    QOR_LOCAL void ensureText();
+    QOR_LOCAL bool readFile();
+    QOR_LOCAL bool writeFile() const;
 
     char fileName[1024];             // of the attached file; empty: none
     signed char openedEncrypted = 0; // nothing here reads it

@@ -149,8 +149,7 @@ void encodeValue(const char* value, char (&encoded)[encodedSize]) {
     encoded[length] = '\0';
 }
 
-// Kept: unlike a lookup, a deletion keeps blanks and quotes in a line's name and knows comments
-// whatever the options say, so only lines that are written `name=` can be deleted.
+// Kept: only lines that are written `name=` can be deleted; configfile_text.h compares the rules.
 bool isLineOf(const char* name, const char* line, const char* lineStop) {
     configtext::NameMatcher matcher(name, 0);
     for (const char* p = line; p < lineStop && *p != '#'; ++p) {

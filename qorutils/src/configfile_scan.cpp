@@ -64,8 +64,8 @@ char* findUncommentedBracket(char* from, char* stop) {
 } // namespace
 
 // What is collected of one name or value.
-struct ConfigFile::CollectedValue {
-    explicit CollectedValue(std::size_t lengthLimit) : limit(lengthLimit) {}
+struct ConfigFile::Collected {
+    explicit Collected(std::size_t lengthLimit) : limit(lengthLimit) {}
 
     // False once the limit is reached, with which the line is given up.
     bool collect(char* p) {
@@ -124,8 +124,7 @@ signed char ConfigFile::getGroupPos(const char* group, char** start, char** end)
     return 0;
 }
 
-// The position behind the `=` of a line with the given name, else null. A lookup drops blanks from
-// the line's name; iteration and deletion keep them.
+// The position behind the `=` of a line with the given name, else null.
 char* ConfigFile::matchName(const char* name, unsigned int nameLen, char* line,
                             char* lineStop) const {
     configtext::NameMatcher matcher(name, nameLen);
@@ -146,7 +145,7 @@ char* ConfigFile::matchName(const char* name, unsigned int nameLen, char* line,
 
 // Collects the value that begins at `from`; false where it reaches the limit.
 bool ConfigFile::collectValue(char* from, char* lineStop, unsigned int flags,
-                              CollectedValue* value) const {
+                              Collected* value) const {
     for (char* p = from; p < lineStop; ++p) {
         const bool started = value->quoted || value->length > 0;
         if (*p == '\t' || (*p == ' ' && !started)) {
@@ -177,7 +176,7 @@ bool ConfigFile::collectValue(char* from, char* lineStop, unsigned int flags,
     return true;
 }
 
-void ConfigFile::finishValue(CollectedValue* value) {
+void ConfigFile::finishValue(Collected* value) {
     value->text[value->length] = '\0';
     if (!value->quoted) {
         deleteLastSpace(value->text);
@@ -198,7 +197,7 @@ signed char ConfigFile::getValuePos(const char* name, unsigned int nameLen, char
         if (valueStart == nullptr) {
             continue;
         }
-        CollectedValue value(lookupLimit);
+        Collected value(lookupLimit);
         if (!collectValue(valueStart, lineStop, flags, &value)) {
             continue;
         }
@@ -289,10 +288,9 @@ signed char ConfigFile::GetFirstParam(const char* group, char* nameOut, unsigned
     return GetNextParam(nameOut, nameSize, valueOut, valueSize);
 }
 
-// Collects a line's name, blanks inside it kept, and finds the position behind its `=`, null for a
-// line without a name. False where the name reaches the limit.
-bool ConfigFile::collectName(char* line, char* lineStop, CollectedValue* name,
-                             char** valueStart) const {
+// Collects a line's name and finds the position behind its `=`, null for a line without a name.
+// False where the name reaches the limit.
+bool ConfigFile::collectName(char* line, char* lineStop, Collected* name, char** valueStart) const {
     *valueStart = nullptr;
     for (char* p = line; p < lineStop; ++p) {
         if (*p == '=') {
@@ -327,7 +325,7 @@ signed char ConfigFile::GetNextParam(char* nameOut, unsigned int nameSize, char*
     for (char* line = paramCursor; line < stop; line = paramCursor) {
         char* const lineStop = findLineEnd(line, stop);
         paramCursor = lineStop + 1;
-        CollectedValue name(iterationLimit);
+        Collected name(iterationLimit);
         char* valueStart = nullptr;
         // Kept: a line that is too long ends the iteration, and so does a last line without its
         // end, though lookups find that one.
@@ -338,7 +336,7 @@ signed char ConfigFile::GetNextParam(char* nameOut, unsigned int nameSize, char*
             continue;
         }
         strcpy_qor(nameOut, nameSize, name.text);
-        CollectedValue value(iterationLimit);
+        Collected value(iterationLimit);
         if (!collectValue(valueStart, lineStop, 0, &value) || lineStop == stop) {
             break;
         }

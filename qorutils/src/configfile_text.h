@@ -42,6 +42,16 @@ inline char* findLineEnd(char* from, char* stop) {
     return stop;
 }
 
+// Three functions walk through a line's name, each in its own way, and all of it is kept:
+//
+//                   lookup: matchName     iteration: collectName    deletion: isLineOf
+//   tabs            dropped               dropped                   dropped
+//   blanks          dropped               dropped at the start      kept
+//   `"`             dropped               dropped                   kept
+//   `#` comments    unless option bit 1   unless option bit 1       always
+//   at the end      nothing goes          deleteLastSpace           nothing goes
+//   longest name    510                   255                       511
+
 // Compares a line's name, character by character, with the one that is looked for. A length above 0
 // limits the comparison to that many bytes, as strncasecmp would; otherwise all count.
 class NameMatcher {
