@@ -83,6 +83,12 @@ TEST(ConfigFileEdit, WritesValues) {
          "[g]\nk=vb\n"},
         {"kept: letters that were trimmed stay", "[g]\nk=a\xE9\n", write("g", "k", "v"),
          "[g]\nk=v\xE9\n"},
+        {"510 with the doubled mark, in place", "[g]\nk=" + repeat('v', 508) + "##\n",
+         write("g", "k", "x"), "[g]\nk=x\n"},
+        {"kept: 511 with the doubled mark, read as 510", "[g]\nk=" + repeat('v', 509) + "##\n",
+         write("g", "k", "x"), "[g]\nk=" + repeat('v', 509) + "##\nk=x\n"},
+        {"kept: a mark is doubled whatever the options", "[g]\nk=\"#\"\n", write("g", "k", "#"),
+         "[g]\nk=\"##\"\n", 1, 3},
         {"new line before the next header", "[g]\nk=1\n\n [h]\n", write("g", "l", "2"),
          "[g]\nk=1\n\n l=2\n[h]\n"},
         {"new line at the text's end", "[h]\n[g]\n", write("g", "k", "#"), "[h]\n[g]\nk=##\n"},
@@ -156,6 +162,7 @@ TEST(ConfigFileEdit, Deletes) {
         {"a name of 511", "[g]\n" + n511 + "=v\n", erase("g", n511), "[g]\n"},
         {"a name of 512", "[g]\nn" + n511 + "=v\n", erase("g", "n" + n511),
          "[g]\nn" + n511 + "=v\n", 0},
+        {"from the group's bracket on", "[g]a=v\nb=1\n", erase("g", "[g]a"), "b=1\n"},
         {"no group", "k=v\n", erase("g", "k"), "k=v\n", 0},
         {"group", "[a]\nx=1\n\n[g]\nk=v\n\n[h]\n", eraseGroup("G"), "[a]\nx=1\n\n\n[h]\n"},
         {"last group", "[a]\n[g]\nk=v\n", eraseGroup("g"), "[a]\n"},
@@ -175,6 +182,7 @@ TEST(ConfigFileEdit, RefusesNullAndClosedDocuments) {
     EXPECT_EQ(config.GetNextParam(name, sizeof name, nullptr, 0), 0);
     ASSERT_EQ(config.OpenMem(nullptr, 5), 1);
     EXPECT_STREQ(config.GetBuffer(), "");
+    ASSERT_EQ(config.OpenMem("[g]\nk=v\n", -1), 1);
     for (const auto edit : {&ConfigFile::WriteStr, &ConfigFile::AddStr}) {
         EXPECT_EQ((config.*edit)(nullptr, "k", "v"), 0);
         EXPECT_EQ((config.*edit)("g", nullptr, "v"), 0);
@@ -183,7 +191,7 @@ TEST(ConfigFileEdit, RefusesNullAndClosedDocuments) {
     EXPECT_EQ(config.DeleteValue(nullptr, "k"), 0);
     EXPECT_EQ(config.DeleteValue("g", nullptr), 0);
     EXPECT_EQ(config.DeleteGroup(nullptr), 0);
-    EXPECT_STREQ(config.GetBuffer(), "");
+    EXPECT_STREQ(config.GetBuffer(), "[g]\nk=v\n");
 }
 
 TEST(ConfigFileEdit, EndsAnIteration) {
@@ -203,6 +211,8 @@ TEST(ConfigFileEdit, OpensMemory) {
     EXPECT_STREQ(config.GetBuffer(), "[g]\nk=val");
     EXPECT_EQ(config.OpenMem(config.GetBuffer() + 4, -1), 1) << "its own text";
     EXPECT_STREQ(config.GetBuffer(), "k=val");
+    EXPECT_EQ(config.OpenMem("abc", 0), 1);
+    EXPECT_STREQ(config.GetBuffer(), "");
     EXPECT_EQ(config.OpenMem("[g]\nk=a\0[h]\n", 12), 1);
     EXPECT_EQ(config.ExistGroup("h"), 0);
     EXPECT_EQ(config.WriteStr("g", "k", "b"), 1);
@@ -269,6 +279,8 @@ TEST_F(ConfigFileOnDisk, TakesTheSizeModulo32Bits) {
     ConfigFile config;
     EXPECT_EQ(config.OpenFile(path.c_str()), 1);
     EXPECT_STREQ(config.GetBuffer(), "a=12345678901234") << "5 bytes and 11 spare ones";
+    EXPECT_EQ(config.AddStr("g", "k", "1"), 1);
+    EXPECT_STREQ(config.GetBuffer(), "a=12345678901234\n\n[g]\nk=1\n");
 }
 
 TEST_F(ConfigFileOnDisk, WritesBackWhatWasEdited) {
@@ -291,12 +303,16 @@ TEST_F(ConfigFileOnDisk, WritesBackWhatWasEdited) {
         ASSERT_EQ(scoped.DeleteValue("g", "k"), 1);
     }
     EXPECT_EQ(get(), "[g]\n") << "destroyed";
+    EXPECT_EQ(ConfigFile::AddConfig(path.c_str(), "g", "k", nullptr), 1) << "kept: it opened";
     EXPECT_EQ(ConfigFile::AddConfig(path.c_str(), "g", "k", "4"), 1);
     EXPECT_EQ(get(), "[g]\n\nk=4\n");
+    put("[g]\nk=5");
     ASSERT_EQ(config.OpenFile(path.c_str()), 1);
     ASSERT_EQ(config.DeleteGroup("g"), 1);
     ASSERT_EQ(config.OpenFile(path.c_str()), 1);
-    EXPECT_STREQ(config.GetBuffer(), "[g]\n\nk=4\n") << "opening again drops the edit";
+    EXPECT_STREQ(config.GetBuffer(), "[g]\nk=5\n") << "opening again drops the edit";
+    EXPECT_EQ(config.Close(), 1);
+    EXPECT_EQ(get(), "[g]\nk=5") << "and there is nothing to write";
 }
 
 TEST_F(ConfigFileOnDisk, CreatesAMissingFile) {
