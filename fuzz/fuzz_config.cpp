@@ -1,6 +1,8 @@
 // Configuration texts. The input is a byte of options, a group, a name, a value, and the text, each
 // but the last ended by a zero byte. Everything that reads and edits runs over the text, and what
-// must hold whatever it says is checked.
+// must hold whatever it says is checked. With option bytes from 4 to 7 it also goes through a file.
+#include <unistd.h>
+
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
@@ -8,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "configfile.h"
 
@@ -84,6 +87,21 @@ bool read(const ConfigFile& config, const Question& question, std::string* value
     return found;
 }
 
+// As many lines, into buffers that are far too small.
+void walkInto(ConfigFile& config, const std::string& group, std::size_t lines) {
+    std::vector<char> name(3);
+    std::vector<char> value(5);
+    for (auto more = config.GetFirstParam(group.c_str(), name.data(), 3, value.data(), 5);
+         more != 0; more = config.GetNextParam(name.data(), 3, value.data(), 5)) {
+        CHECK(lines-- > 0 && std::strlen(name.data()) < 3 && std::strlen(value.data()) < 5);
+    }
+    CHECK(lines == 0);
+    for (auto more = config.GetFirstGroup(name.data(), 3); more != 0;
+         more = config.GetNextGroup(name.data(), 3)) {
+        CHECK(std::strlen(name.data()) < 3);
+    }
+}
+
 // Each step of an iteration moves forward, so there are never more steps than bytes.
 void walk(ConfigFile& config, const std::string& group) {
     char name[512];
@@ -99,6 +117,7 @@ void walk(ConfigFile& config, const std::string& group) {
          more = config.GetNextParam(name, 100, value, 300)) {
         CHECK(++lines <= length && std::strlen(name) < 100 && std::strlen(value) < 256);
     }
+    walkInto(config, group, lines);
 }
 
 void remove(const Question& question, const std::string& text) {
@@ -138,6 +157,27 @@ void write(const Question& question, const std::string& text) {
     CHECK(config.Close() == 1);
 }
 
+// A file says what the same bytes in memory say, and ends its last line. Behind a first zero byte
+// they differ.
+void readFile(const std::string& text) {
+    char path[] = "/tmp/fuzz_config.XXXXXX";
+    const int fd = mkstemp(path);
+    CHECK(fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
+    close(fd);
+    ConfigFile config;
+    const bool opened = config.OpenFile(path) != 0;
+    unlink(path);
+    CHECK(opened);
+    const std::string found = config.GetBuffer();
+    const std::string inMemory = text.substr(0, text.find('\0'));
+    CHECK(found.compare(0, inMemory.size(), inMemory) == 0);
+    CHECK(found.back() == '\n' && found.size() <= text.size() + 1);
+    if (inMemory.size() == text.size()) {
+        const bool ended = !text.empty() && text.back() == '\n';
+        CHECK(found.size() == text.size() + (ended ? 0 : 1));
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -153,5 +193,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     walk(config, question.group);
     remove(question, input.rest());
     write(question, input.rest());
+    if (data[0] >> 2 == 1) {
+        readFile(input.rest());
+    }
     return 0;
 }
