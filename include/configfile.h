@@ -171,7 +171,11 @@ public:
      * @{
      */
 
-    /** The first group's name, in text order. */
+    /**
+     * The first group's name, in text order. Unlike lookups the iteration knows comments, whatever
+     * the options say: a header with `#` in front of its `]` is not listed, or with a name that
+     * reaches to a later `]`.
+     */
     signed char GetFirstGroup(char* out, unsigned int size);
     /** The name of the group behind the one stored last. */
     signed char GetNextGroup(char* out, unsigned int size);
@@ -207,6 +211,12 @@ public:
      * Replaces the value of an existing line, or adds the line as the group's last, or appends the
      * group. Line ends in the value become blanks, tabs vanish, `#` is doubled; the value is cut to
      * 512 bytes, an added line to 511.
+     *
+     * Not every value is read back as it was written: blanks at its ends go, and with option bit 0
+     * a quote that it begins with; `#` stays doubled in a quoted value and with option bit 1, and
+     * doubles again with each rewrite. An added line continues a last line that lacks its end. An
+     * old value of 511 characters or more, each `##` counted as two, is not replaced: the line is
+     * added, and reads go on finding the first one where they count 510 or less.
      */
     signed char WriteStr(const char* group, const char* name, const char* value);
 
@@ -224,13 +234,16 @@ public:
 
     /**
      * Removes the first line that is written `name=`, without blanks around the name, and the empty
-     * lines behind it.
+     * lines behind it. `#` begins a comment here whatever the options say.
      * @return also 0 if there is none
      */
     signed char DeleteValue(const char* group, const char* name);
 
-    /** Removes a group, header and body, up to the line end before the next one.
-     *  @return also 0 if there is none */
+    /**
+     * Removes a group, header and body, up to the character before the next header's bracket, which
+     * stays: a line end, or the last blank in front of the bracket.
+     * @return also 0 if there is none
+     */
     signed char DeleteGroup(const char* group);
 
     /**
