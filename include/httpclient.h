@@ -198,15 +198,15 @@ public:
 private:
     // Makes the body's allocation fit `need` bytes: `growth` is added to the capacity if it
     // doesn't.
-    bool reserveBody(unsigned long long need, unsigned long long growth);
-    void renewBoundary();
-    bool finishMultipartBody();
-    signed char exchange(unsigned int method, const char* path);
-    bool readHeaderPart(unsigned int* held);
-    bool takeHeaderBlock(unsigned int start, unsigned int length);
-    void describeStatus(unsigned int headerLength);
-    signed char takeBody(unsigned int offset, unsigned int length, unsigned int held);
-    signed char readRestOfBody(unsigned int offset, unsigned int held);
+    QOR_LOCAL bool reserveBody(unsigned long long need, unsigned long long growth);
+    QOR_LOCAL void renewBoundary();
+    QOR_LOCAL bool finishMultipartBody();
+    QOR_LOCAL signed char exchange(unsigned int method, const char* path);
+    QOR_LOCAL bool readHeaderPart(unsigned int* held);
+    QOR_LOCAL bool takeHeaderBlock(unsigned int start, unsigned int length);
+    QOR_LOCAL void describeStatus(unsigned int headerLength);
+    QOR_LOCAL signed char takeBody(unsigned int offset, unsigned int length, unsigned int held);
+    QOR_LOCAL signed char readRestOfBody(unsigned int offset, unsigned int held);
 };
 
 #pragma pack(pop)
