@@ -4,6 +4,17 @@
 
 namespace qormon {
 
+namespace {
+
+constexpr std::size_t longestHost = 127;
+
+std::string withoutBrackets(const std::string& host) {
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    return bracketed ? host.substr(1, host.size() - 2) : host;
+}
+
+} // namespace
+
 Arguments::Arguments(const Words& words, const std::vector<Option>& known,
                      std::size_t operandCount) {
     bool optionsEnded = false;
@@ -56,11 +67,12 @@ std::optional<HostAndPort> parseHostAndPort(const std::string& text) {
     if (colon == std::string::npos || colon == 0) {
         return std::nullopt;
     }
+    const std::string host = withoutBrackets(text.substr(0, colon));
     const std::optional<unsigned int> port = parseNumber(text.substr(colon + 1), 65535);
-    if (!port || *port == 0) {
+    if (!port || *port == 0 || host.size() > longestHost) {
         return std::nullopt;
     }
-    return HostAndPort{text.substr(0, colon), *port};
+    return HostAndPort{host, *port};
 }
 
 std::optional<unsigned int> parseNumber(const std::string& text, unsigned int limit) {

@@ -49,7 +49,8 @@ struct HostAndPort {
     unsigned int port;
 };
 
-// Reads HOST:PORT with a port from 1 to 65535.
+// Reads HOST:PORT with a port from 1 to 65535; an IPv6 address may stand in brackets. A host longer
+// than the library holds is refused, since a cut one is another host.
 std::optional<HostAndPort> parseHostAndPort(const std::string& text);
 
 // Reads a whole decimal number from 0 to the limit.

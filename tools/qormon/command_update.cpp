@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "qorurl.h"
+
 namespace qormon {
 
 namespace {
@@ -16,6 +18,7 @@ constexpr char usage[] =
     "  --proxy HOST:PORT  goes through an HTTP proxy\n"
     "  --json             prints one JSON object instead of a table\n";
 
+constexpr unsigned int httpPort = 80;
 constexpr unsigned int defaultLanguage = 2;
 constexpr unsigned int highestLanguage = 0x7FFFFFFF;
 
@@ -31,10 +34,26 @@ int refuse(const std::string& why) {
     return exitUsage;
 }
 
+// Says what is wrong with a URL; empty where nothing is.
+std::string refusalOf(const std::string& url) {
+    QORINET_URL parts = {};
+    const bool parsed = QorInetUrlParse(url.c_str(), &parts, httpPort) != 0;
+    const bool secure = parts.secure != 0;
+    QorInetUrlFree(&parts);
+    if (!parsed) {
+        return "no URL: " + url;
+    }
+    return secure ? "https can't be spoken, only http: " + url : "";
+}
+
 // Fills the request; the result is an error text, empty where there is none.
 std::string readRequest(const Arguments& arguments, Request& request) {
     request.url = arguments.operand(0);
     request.json = arguments.has("--json");
+    const std::string refusal = refusalOf(request.url);
+    if (!refusal.empty()) {
+        return refusal;
+    }
     if (const std::string* text = arguments.value("--language")) {
         const std::optional<unsigned int> number = parseNumber(*text, highestLanguage);
         if (!number) {

@@ -1,18 +1,23 @@
 #include "loopback_server.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <utility>
 
 namespace qormon {
 
 namespace {
 
-constexpr int patienceMilliseconds = 5000;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds patience(5); // for a whole request
 constexpr std::size_t longestRequest = 16384;
 
 #if defined(MSG_NOSIGNAL)
@@ -21,17 +26,30 @@ constexpr int sendFlags = MSG_NOSIGNAL;
 constexpr int sendFlags = 0;
 #endif
 
-bool waitReadable(int descriptor) {
+bool waitReadable(int descriptor, Clock::time_point deadline) {
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now());
     pollfd entry{descriptor, POLLIN, 0};
-    return poll(&entry, 1, patienceMilliseconds) == 1;
+    return left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) == 1;
+}
+
+// A connection that blocks, unlike the listener whose mode some systems hand on, and that raises no
+// SIGPIPE when its client has gone.
+void prepareConnection(int connection) {
+    fcntl(connection, F_SETFL, 0);
+#if defined(SO_NOSIGPIPE)
+    const int on = 1;
+    setsockopt(connection, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#endif
 }
 
 // Reads until the blank line that ends a request; an empty text where none came.
 std::string readRequest(int connection) {
+    const Clock::time_point deadline = Clock::now() + patience;
     std::string request;
     while (request.find("\r\n\r\n") == std::string::npos) {
         char piece[1024];
-        if (request.size() > longestRequest || !waitReadable(connection)) {
+        if (request.size() > longestRequest || !waitReadable(connection, deadline)) {
             return "";
         }
         const ssize_t count = recv(connection, piece, sizeof piece, 0);
@@ -109,17 +127,26 @@ bool LoopbackServer::listenOnFreePort() {
         return false;
     }
     port_ = ntohs(address.sin_port);
+    // A client that has gone before accept must not keep the thread there.
+    fcntl(listener_, F_SETFL, O_NONBLOCK);
     return true;
 }
 
 void LoopbackServer::serve() {
     for (;;) {
         pollfd entries[] = {{listener_, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
-        if (poll(entries, 2, -1) < 0 || entries[1].revents != 0) {
+        if (poll(entries, 2, -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        if (entries[1].revents != 0) {
             return;
         }
         const int connection = accept(listener_, nullptr, nullptr);
         if (connection >= 0) {
+            prepareConnection(connection);
             answer(connection);
             close(connection);
         }

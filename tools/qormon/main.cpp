@@ -26,6 +26,15 @@ void printUsage(std::FILE* stream) {
                stream);
 }
 
+// Output that could not be written is no success.
+int finish(int exitCode) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return exitCode;
+    }
+    std::perror("qormon: standard output");
+    return qormon::exitNegative;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -35,11 +44,11 @@ int main(int argc, char** argv) {
     }
     if (std::strcmp(argv[1], "--help") == 0) {
         printUsage(stdout);
-        return qormon::exitSuccess;
+        return finish(qormon::exitSuccess);
     }
     for (const Command& command : commands) {
         if (std::strcmp(argv[1], command.name) == 0) {
-            return command.run(qormon::Words(argv + 2, argv + argc));
+            return finish(command.run(qormon::Words(argv + 2, argv + argc)));
         }
     }
     std::fprintf(stderr, "qormon: unknown command %s\n", argv[1]);
