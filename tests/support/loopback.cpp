@@ -11,7 +11,6 @@
 #include <mach/mach.h>
 #endif
 
-#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <thread>
@@ -35,7 +34,29 @@ std::size_t entriesOf(const char* path) {
 }
 #endif
 
+// A socket on the family's loopback address, with any free port; -1 on failure.
+int bindToLoopback(int family) {
+    const int descriptor = openSocket(family);
+    const LoopbackAddress address(family, 0);
+    if (descriptor >= 0 && bind(descriptor, address.get(), address.length) != 0) {
+        close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
 } // namespace
+
+bool waitUntil(const std::function<bool()>& holds) {
+    const auto limit = std::chrono::steady_clock::now() + stepLimit;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
 
 LoopbackAddress::LoopbackAddress(int family, std::uint16_t port) : storage(), length(0) {
     if (family == AF_INET6) {
@@ -59,17 +80,21 @@ const sockaddr* LoopbackAddress::get() const {
     return reinterpret_cast<const sockaddr*>(&storage);
 }
 
+int openSocket(int family) {
+    const int descriptor = socket(family, SOCK_STREAM, 0);
+    if (descriptor >= 0) {
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
+    return descriptor;
+}
+
 int listenOnLoopback(int family, int backlog) {
-    const int listener = socket(family, SOCK_STREAM, 0);
-    const LoopbackAddress address(family, 0);
-    if (listener >= 0 && fcntl(listener, F_SETFD, FD_CLOEXEC) == 0 &&
-        bind(listener, address.get(), address.length) == 0 && listen(listener, backlog) == 0) {
-        return listener;
-    }
-    if (listener >= 0) {
+    const int listener = bindToLoopback(family);
+    if (listener >= 0 && listen(listener, backlog) != 0) {
         close(listener);
+        return -1;
     }
-    return -1;
+    return listener;
 }
 
 std::uint16_t portOf(int descriptor) {
@@ -81,15 +106,26 @@ std::uint16_t portOf(int descriptor) {
     return ntohs(address.sin6_port);
 }
 
+ssize_t sendQuietly(int descriptor, const void* data, std::size_t size) {
+#if defined(SO_NOSIGPIPE)
+    const int on = 1;
+    setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+    return send(descriptor, data, size, 0);
+#else
+    return send(descriptor, data, size, MSG_NOSIGNAL);
+#endif
+}
+
+std::string urlOf(const std::string& host, std::uint16_t port, const std::string& path) {
+    return "http://" + host + ":" + std::to_string(port) + path;
+}
+
 std::uint16_t unusedPort() {
-    const int listener = listenOnLoopback(AF_INET, 1);
-    const std::uint16_t port = portOf(listener);
-    close(listener);
-    return port;
+    return RefusingPort().port();
 }
 
 bool acceptsConnections(std::uint16_t port) {
-    const int probe = socket(AF_INET, SOCK_STREAM, 0);
+    const int probe = openSocket(AF_INET);
     const LoopbackAddress address(AF_INET, port);
     const bool taken = probe >= 0 && connect(probe, address.get(), address.length) == 0;
     if (probe >= 0) {
@@ -98,9 +134,22 @@ bool acceptsConnections(std::uint16_t port) {
     return taken;
 }
 
+RefusingPort::RefusingPort() : descriptor_(bindToLoopback(AF_INET)) {}
+
+RefusingPort::~RefusingPort() {
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+    }
+}
+
+std::uint16_t RefusingPort::port() const {
+    return portOf(descriptor_);
+}
+
 FullBacklogListener::FullBacklogListener()
-    : listener_(listenOnLoopback(AF_INET, 0)), port_(portOf(listener_)) {
-    // Systems round the backlog up, each in its own way: connect until one is not answered.
+    : listener_(listenOnLoopback(AF_INET, 1)), port_(portOf(listener_)) {
+    // Systems round the backlog up, each in its own way (macOS makes 128 out of 0): connect until
+    // one is not answered.
     for (int i = 0; listener_ >= 0 && !full_ && i < 64; ++i) {
         full_ = !connectOnce();
     }
@@ -116,7 +165,7 @@ FullBacklogListener::~FullBacklogListener() {
 }
 
 bool FullBacklogListener::connectOnce() {
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+    const int descriptor = openSocket(AF_INET);
     if (descriptor < 0) {
         return true;
     }
@@ -138,6 +187,7 @@ void FullBacklogListener::makeRoom() {
     for (int taken = 0; taken >= 0;) {
         taken = accept(listener_, nullptr, nullptr);
         if (taken >= 0) {
+            fcntl(taken, F_SETFD, FD_CLOEXEC);
             sockets_.push_back(taken);
         }
     }
@@ -190,17 +240,6 @@ std::size_t runningThreads() {
     static std::once_flag started;
     std::call_once(started, startFirstThread);
     return countThreads();
-}
-
-bool threadsFallTo(std::size_t count) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (runningThreads() > count) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 } // namespace support

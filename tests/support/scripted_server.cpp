@@ -4,20 +4,23 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <signal.h>
 #include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <utility>
 
-#include "loopback.h"
-
 namespace support {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a connection that is closed waits for the peer to close its side too.
+constexpr std::chrono::milliseconds drainLimit{100};
 
 // The length that a request's header announces for its body, 0 where it names none.
 std::size_t announcedLength(const std::string& header) {
@@ -31,14 +34,25 @@ std::size_t announcedLength(const std::string& header) {
     return 0;
 }
 
-int pollLimit() {
-    return static_cast<int>(std::chrono::milliseconds(stepLimit).count());
+// Waits until a descriptor is ready; false at the limit, or as soon as stop is readable.
+bool waitFor(int descriptor, short events, int stop, Clock::time_point limit) {
+    pollfd waiting[] = {{descriptor, events, 0}, {stop, POLLIN, 0}};
+    int ready = -1;
+    do {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now());
+        ready = poll(waiting, 2, std::max(0, static_cast<int>(left.count())));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0 && waiting[1].revents == 0;
 }
 
-// Waits until a descriptor is ready; false after the limit, or as soon as stop is readable.
-bool waitFor(int descriptor, short events, int stop) {
-    pollfd waiting[] = {{descriptor, events, 0}, {stop, POLLIN, 0}};
-    return poll(waiting, 2, pollLimit()) > 0 && waiting[1].revents == 0;
+bool readUpTo(Connection& connection, std::size_t total) {
+    for (std::size_t have = connection.receivedSize(); have < total;
+         have = connection.receivedSize()) {
+        if (!connection.readSome(total - have)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -64,7 +78,7 @@ Connection::~Connection() {
 }
 
 bool Connection::ready(short events) const {
-    return waitFor(descriptor_, events, server_.stopPipe_[0]);
+    return waitFor(descriptor_, events, server_.stopPipe_[0], Clock::now() + stepLimit);
 }
 
 bool Connection::readSome(std::size_t atMost) {
@@ -84,7 +98,7 @@ bool Connection::readSome(std::size_t atMost) {
 
 bool Connection::send(const char* data, std::size_t size) {
     while (size > 0) {
-        const ssize_t sent = ready(POLLOUT) ? ::send(descriptor_, data, size, 0) : -1;
+        const ssize_t sent = ready(POLLOUT) ? sendQuietly(descriptor_, data, size) : -1;
         if (sent < 0) {
             return false;
         }
@@ -115,47 +129,50 @@ void Connection::close() {
     if (descriptor_ < 0) {
         return;
     }
-    // Bytes that nobody has read would turn the close into a reset.
+    shutdown(descriptor_, SHUT_WR);
+    const auto limit = Clock::now() + drainLimit;
     char rest[4096];
-    while (recv(descriptor_, rest, sizeof rest, 0) > 0) {
+    while (waitFor(descriptor_, POLLIN, server_.stopPipe_[0], limit) &&
+           recv(descriptor_, rest, sizeof rest, 0) > 0) {
     }
     ::close(descriptor_);
     descriptor_ = -1;
+}
+
+bool Connection::reset() {
+    const linger abort = {1, 0};
+    const bool prepared = setsockopt(descriptor_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort) == 0;
+    ::close(descriptor_);
+    descriptor_ = -1;
+    return prepared;
 }
 
 std::string Connection::received() const {
     return server_.received(index_);
 }
 
+std::size_t Connection::receivedSize() const {
+    const std::lock_guard<std::mutex> lock(server_.mutex_);
+    return server_.received_[index_].size();
+}
+
 Step readRequest() {
     return [](Connection& connection) {
         // A request that came together with its forerunner on the same connection is not handled:
         // the clients here speak HTTP/1.0, one request each.
-        std::size_t total = std::string::npos;
-        while (connection.received().size() < total) {
+        std::size_t blank = std::string::npos;
+        while ((blank = connection.received().find("\r\n\r\n")) == std::string::npos) {
             if (!connection.readSome(SIZE_MAX)) {
                 return false;
             }
-            const std::string text = connection.received();
-            const std::size_t blank = text.find("\r\n\r\n");
-            if (blank != std::string::npos) {
-                total = blank + 4 + announcedLength(text.substr(0, blank + 2));
-            }
         }
-        return true;
+        const std::string header = connection.received().substr(0, blank + 2);
+        return readUpTo(connection, blank + 4 + announcedLength(header));
     };
 }
 
 Step readBytes(std::size_t total) {
-    return [total](Connection& connection) {
-        for (std::size_t have = connection.received().size(); have < total;
-             have = connection.received().size()) {
-            if (!connection.readSome(total - have)) {
-                return false;
-            }
-        }
-        return true;
-    };
+    return [total](Connection& connection) { return readUpTo(connection, total); };
 }
 
 Step readToEnd() {
@@ -206,13 +223,7 @@ Step closeNow() {
 }
 
 Step reset() {
-    return [](Connection& connection) {
-        const linger abort = {1, 0};
-        const bool prepared =
-            setsockopt(connection.descriptor(), SOL_SOCKET, SO_LINGER, &abort, sizeof abort) == 0;
-        connection.close();
-        return prepared;
-    };
+    return [](Connection& connection) { return connection.reset(); };
 }
 
 ScriptedServer::ScriptedServer(std::vector<Script> scripts, Loopback family)
@@ -222,6 +233,9 @@ ScriptedServer::ScriptedServer(std::vector<Script> scripts, Loopback family)
     if (listener_ < 0 || port_ == 0 || pipe(stopPipe_) != 0) {
         problem_ = "no listener";
         done_ = true;
+        if (listener_ >= 0) {
+            ::close(listener_);
+        }
         return;
     }
     fcntl(listener_, F_SETFL, O_NONBLOCK);
@@ -246,13 +260,16 @@ ScriptedServer::~ScriptedServer() {
 }
 
 std::string ScriptedServer::url(const std::string& path) const {
-    const char* const host = family_ == Loopback::v6 ? "[::1]" : "127.0.0.1";
-    return std::string("http://") + host + ":" + std::to_string(port_) + path;
+    return urlOf(family_ == Loopback::v6 ? "[::1]" : "127.0.0.1", port_, path);
 }
 
 std::string ScriptedServer::wait() {
+    std::size_t steps = 0;
+    for (const Script& script : scripts_) {
+        steps += 1 + script.size(); // taking the connection is a step too
+    }
     std::unique_lock<std::mutex> lock(mutex_);
-    if (!changed_.wait_for(lock, 2 * stepLimit, [this] { return done_; })) {
+    if (!changed_.wait_for(lock, (steps + 1) * stepLimit, [this] { return done_; })) {
         return "not all scripts were played";
     }
     return problem_;
@@ -283,15 +300,8 @@ void ScriptedServer::release() {
 }
 
 void ScriptedServer::run() {
-    // A peer that is gone is an error of the step, not a signal for the whole process.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-
     for (std::size_t index = 0; index < scripts_.size(); ++index) {
-        const int descriptor =
-            waitFor(listener_, POLLIN, stopPipe_[0]) ? accept(listener_, nullptr, nullptr) : -1;
+        const int descriptor = acceptOne();
         if (descriptor < 0) {
             noteProblem("connection " + std::to_string(index) + " did not come");
             break;
@@ -308,6 +318,18 @@ void ScriptedServer::run() {
     const std::lock_guard<std::mutex> lock(mutex_);
     done_ = true;
     changed_.notify_all();
+}
+
+// A connection that was reported may be gone again when it is to be taken.
+int ScriptedServer::acceptOne() const {
+    const auto limit = Clock::now() + stepLimit;
+    while (waitFor(listener_, POLLIN, stopPipe_[0], limit)) {
+        const int descriptor = accept(listener_, nullptr, nullptr);
+        if (descriptor >= 0 || (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR)) {
+            return descriptor;
+        }
+    }
+    return -1;
 }
 
 void ScriptedServer::play(std::size_t index, int descriptor) {

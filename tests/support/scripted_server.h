@@ -14,6 +14,9 @@
 // more: a further connect is refused. Every step has a time limit; a step that fails (the peer is
 // gone, nothing came in time) ends its connection and is named by wait(). The destructor wakes the
 // thread from whatever it waits for and joins it; the process never sees a SIGPIPE from it.
+//
+// A connection that is closed in order first ends its own side, and then takes for a moment what
+// the peer still sends: unread bytes would turn the close into a reset.
 #pragma once
 
 #include <chrono>
@@ -26,10 +29,9 @@
 #include <thread>
 #include <vector>
 
-namespace support {
+#include "loopback.h"
 
-// How long a step, or a test that waits for one, waits at most.
-constexpr std::chrono::seconds stepLimit{10};
+namespace support {
 
 enum class Loopback { v4, v6 };
 
@@ -54,9 +56,11 @@ public:
     bool pause();
     bool sleep(std::chrono::milliseconds time);
     void close();
+    bool reset();
 
-    // All that came in so far.
+    // All that came in so far, and how much it is.
     std::string received() const;
+    std::size_t receivedSize() const;
     int descriptor() const {
         return descriptor_;
     }
@@ -119,6 +123,7 @@ private:
     friend class Connection;
 
     void run();
+    int acceptOne() const;
     void play(std::size_t index, int descriptor);
     void noteProblem(const std::string& problem);
 
