@@ -11,13 +11,12 @@
 #include <crt_externs.h>
 #endif
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <system_error>
-#include <thread>
+#include <utility>
 
 #include "loopback.h"
 
@@ -25,8 +24,21 @@ namespace support {
 
 namespace {
 
-constexpr std::chrono::milliseconds pollStep{10};
-constexpr std::chrono::seconds startLimit{10};
+// Becomes the server, beside a shell that waits for the end of the input, which is the end of the
+// test, and then removes the server and its directory ($0). That shell belongs to the server's
+// process group: as long as it waits, no other process can get the server's number.
+constexpr char launcher[] = R"(
+exec 3<&0 </dev/null
+{
+    read -r line <&3
+    for attempt in 1 2 3 4 5 6 7 8 9; do
+        kill $$ && sleep 0.1
+    done
+    kill -9 $$
+    rm -rf "$0"
+} 2>/dev/null &
+exec "$@" 3<&-
+)";
 
 char** environmentOfProcess() {
 #if defined(__APPLE__)
@@ -46,18 +58,6 @@ std::string findProgram(const char* name) {
         }
     }
     return "";
-}
-
-template <typename Condition>
-bool waitUntil(Condition&& holds) {
-    const auto limit = std::chrono::steady_clock::now() + startLimit;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(pollStep);
-    }
-    return true;
 }
 
 } // namespace
@@ -112,10 +112,25 @@ bool RealServer::spawn(const std::string& binary) {
     const std::string file = directory_.file("server.conf");
     writeWholeFile(file, configuration(port_));
 
-    std::vector<std::string> texts = arguments(file);
-    texts.insert(texts.begin(), binary);
+    int ends[2] = {-1, -1};
+    if (pipe(ends) != 0) {
+        return false;
+    }
+    fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+    fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+    lifeline_ = ends[1];
+    std::vector<std::string> command = {"/bin/sh", "-c", launcher, directory_.path(), binary};
+    for (const std::string& argument : arguments(file)) {
+        command.push_back(argument);
+    }
+    runs_ = spawnShell(std::move(command), ends[0]);
+    close(ends[0]);
+    return runs_;
+}
+
+bool RealServer::spawnShell(std::vector<std::string> command, int input) {
     std::vector<char*> pointers;
-    for (std::string& text : texts) {
+    for (std::string& text : command) {
         pointers.push_back(text.data());
     }
     pointers.push_back(nullptr);
@@ -126,49 +141,52 @@ bool RealServer::spawn(const std::string& binary) {
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, directory_.file("output.txt").c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    const int error = posix_spawn(&pid_, binary.c_str(), &actions, &attributes, pointers.data(),
+    const int error = posix_spawn(&group_, pointers[0], &actions, &attributes, pointers.data(),
                                   environmentOfProcess());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     if (error != 0) {
-        pid_ = -1;
+        group_ = -1;
     }
     return error == 0;
 }
 
 bool RealServer::runs() {
     int status = 0;
-    if (pid_ > 0 && waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = -1;
+    if (runs_ && waitpid(group_, &status, WNOHANG) == group_) {
+        runs_ = false;
     }
-    return pid_ > 0;
+    return runs_;
 }
 
 bool RealServer::waitUntilItListens() {
     // Both servers write their process number after they have bound the port: whoever takes the
     // connection then is ours.
     const std::string pidFile = directory_.file("server.pid");
-    waitUntil([&] {
+    const bool decided = waitUntil([&] {
         return !runs() ||
-               (std::atoi(readWholeFile(pidFile).c_str()) == pid_ && acceptsConnections(port_));
+               (std::atoi(readWholeFile(pidFile).c_str()) == group_ && acceptsConnections(port_));
     });
-    return runs();
+    return decided && runs();
 }
 
 void RealServer::stop() {
-    if (pid_ <= 0) {
-        return;
+    if (group_ > 0) {
+        kill(-group_, SIGTERM); // the shell too, also where the server has ended by itself
+        if (!waitUntil([this] { return !runs(); })) {
+            kill(-group_, SIGKILL);
+            waitpid(group_, nullptr, 0);
+            runs_ = false;
+        }
+        group_ = -1;
     }
-    const pid_t group = pid_;
-    kill(-group, SIGTERM);
-    if (!waitUntil([this] { return !runs(); })) {
-        kill(-group, SIGKILL);
-        waitpid(group, nullptr, 0);
-        pid_ = -1;
+    if (lifeline_ >= 0) {
+        close(lifeline_);
+        lifeline_ = -1;
     }
 }
 
@@ -201,7 +219,7 @@ void Nginx::addServerLines(const std::string& lines) {
 }
 
 std::string Nginx::url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(port()) + path;
+    return urlOf("127.0.0.1", port(), path);
 }
 
 std::string Nginx::configuration(std::uint16_t port) const {

@@ -1,6 +1,7 @@
 // Real servers for tests: each is started on a free port of 127.0.0.1, from a configuration that is
-// written into a temporary directory, and is stopped and cleaned up by the destructor. They need no
-// privilege and run as root too.
+// written into a temporary directory, and is stopped and cleaned up by the destructor, or where the
+// test is killed by a shell that waits beside the server. They need no privilege and run as root
+// too.
 //
 //     support::Nginx nginx;
 //     nginx.addFile("file.bin", bytes, 784111777);          // served as /file.bin, with its date
@@ -83,6 +84,7 @@ private:
     virtual std::vector<std::string> arguments(const std::string& file) const = 0;
 
     bool spawn(const std::string& binary);
+    bool spawnShell(std::vector<std::string> command, int input);
     bool waitUntilItListens();
     bool runs();
 
@@ -90,7 +92,9 @@ private:
     TemporaryDirectory directory_;
     std::string problem_;
     std::uint16_t port_ = 0;
-    pid_t pid_ = -1;
+    pid_t group_ = -1; // also the server's number; -1 while there is nothing to stop
+    bool runs_ = false;
+    int lifeline_ = -1; // open as long as the test lives
 };
 
 // A web server for the files of one directory. Its log has the combined format.
@@ -104,7 +108,6 @@ public:
     void addFile(const std::string& name, const std::string& bytes, std::time_t modified = -1);
     // Lines for the server block (locations, directives), before start().
     void addServerLines(const std::string& lines);
-    // "http://127.0.0.1:PORT" and the path, which begins with a slash.
     std::string url(const std::string& path) const;
 
 private:
