@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -31,6 +33,15 @@ NETCALLS_REPLACEABLE int connectSocket(int sock, const sockaddr* address, sockle
     return connect(sock, address, length);
 }
 
+NETCALLS_REPLACEABLE ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags) {
+    return recv(sock, data, size, flags);
+}
+
+NETCALLS_REPLACEABLE bool setOption(int sock, int level, int option, const void* value,
+                                    socklen_t size) {
+    return setsockopt(sock, level, option, value, size) == 0;
+}
+
 #if defined(__APPLE__)
 
 NETCALLS_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
@@ -39,7 +50,7 @@ NETCALLS_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t s
 
 bool refuseSigPipe(int sock) {
     const int on = 1;
-    return setsockopt(sock, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) == 0;
+    return setOption(sock, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
 }
 
 #else
@@ -62,9 +73,19 @@ NETCALLS_REPLACEABLE void freeResolved(addrinfo* list) {
     freeaddrinfo(list);
 }
 
-NETCALLS_REPLACEABLE bool startThread(void* (*routine)(void*), void* argument) {
+NETCALLS_REPLACEABLE bool beginThread(void* (*routine)(void*), void* argument) {
     std::uint64_t handle = 0; // of no use: nobody joins the thread
     return QorOsThreadBegin(&handle, routine, 0, argument) != 0;
+}
+
+bool startThread(void* (*routine)(void*), void* argument) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before); // a thread begins with its starter's mask
+    const bool started = beginThread(routine, argument);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return started;
 }
 
 int waitReadable(int sock, unsigned int seconds) {

@@ -19,6 +19,12 @@ int connectSocket(int sock, const sockaddr* address, socklen_t length);
 // send(2) that raises no SIGPIPE on a socket which has gone through refuseSigPipe. Replaceable.
 ssize_t sendBytes(int sock, const void* data, std::size_t size);
 
+// recv(2). Replaceable.
+ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags);
+
+// setsockopt(2); true on success. Replaceable.
+bool setOption(int sock, int level, int option, const void* value, socklen_t size);
+
 // Where SIGPIPE is a matter of the socket: switches it off; elsewhere sendBytes does it.
 bool refuseSigPipe(int sock);
 
@@ -26,8 +32,12 @@ bool refuseSigPipe(int sock);
 int resolveHost(const char* host, addrinfo** list);
 void freeResolved(addrinfo* list);
 
-// Starts a detached thread with the OS layer's default stack; false where that fails. Replaceable.
+// Starts a detached thread with the OS layer's default stack; false where that fails. It takes no
+// signals: none of the program's handlers runs on it, and none cuts its sleeps short.
 bool startThread(void* (*routine)(void*), void* argument);
+
+// What startThread starts the thread with. Replaceable.
+bool beginThread(void* (*routine)(void*), void* argument);
 
 // Waits for a socket to become readable as select(2) would: 1, 0 after the time, -1 with errno. Its
 // fixed-size set would be overrun by descriptors from 1,024 on.

@@ -151,7 +151,7 @@ bool awaitBytes(TcpClient* client, unsigned int* len) {
 
 bool setFlagOption(int sock, int option) {
     const int on = 1;
-    return setsockopt(sock, SOL_SOCKET, option, &on, sizeof on) == 0;
+    return netcalls::setOption(sock, SOL_SOCKET, option, &on, sizeof on);
 }
 
 } // namespace
@@ -161,7 +161,7 @@ void QorInetInitWsa(void) {}
 int QorInetSetSockOpt(int sock, signed char reuse) {
     bool all = netcalls::refuseSigPipe(sock);
     const linger resetOnClose = {1, 0};
-    all &= setsockopt(sock, SOL_SOCKET, SO_LINGER, &resetOnClose, sizeof resetOnClose) == 0;
+    all &= netcalls::setOption(sock, SOL_SOCKET, SO_LINGER, &resetOnClose, sizeof resetOnClose);
     if (reuse != 0) {
         all &= setFlagOption(sock, SO_REUSEADDR);
         all &= setFlagOption(sock, SO_REUSEPORT);
@@ -300,7 +300,7 @@ signed char TcpClient::receive(unsigned char* buf, unsigned int* len, unsigned i
     if (wait != 0 && !awaitBytes(this, len)) {
         return 0;
     }
-    const ssize_t got = recv(sock, buf, *len, static_cast<int>(flags));
+    const ssize_t got = netcalls::receiveBytes(sock, buf, *len, static_cast<int>(flags));
     *len = got < 0 ? 0 : static_cast<unsigned int>(got);
     if (got > 0) {
         return 1;
@@ -321,7 +321,7 @@ void TcpClient::SetKeepAlive() {
     static_assert(TCP_NOOPT == 8, "option 8 on every system that has it");
     if (sock >= 0) {
         const int on = 1;
-        setsockopt(sock, IPPROTO_TCP, TCP_NOOPT, &on, sizeof on);
+        netcalls::setOption(sock, IPPROTO_TCP, TCP_NOOPT, &on, sizeof on);
     }
 #endif
 }

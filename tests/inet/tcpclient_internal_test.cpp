@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <gtest/gtest.h>
@@ -9,58 +11,16 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "inet/netcalls.h"
 #include "loopback.h"
+#include "replaced_calls.h"
 
 namespace {
 
-// What stands in for the system's calls: they themselves, until a test puts something else here.
-std::function<int(const char*, addrinfo**)> resolve = [](const char* host, addrinfo** list) {
-    return getaddrinfo(host, nullptr, nullptr, list);
-};
-std::function<void(addrinfo*)> release = freeaddrinfo;
-std::function<int(int, const sockaddr*, socklen_t)> connectTo = connect;
-std::function<ssize_t(int, const void*, std::size_t)> transmit =
-    [](int sock, const void* data, std::size_t size) { return send(sock, data, size, 0); };
-std::function<bool()> threadsStart = [] { return true; };
-
-} // namespace
-
-// In place of the library's own.
-namespace netcalls {
-
-int resolveHost(const char* host, addrinfo** list) {
-    return resolve(host, list);
-}
-
-void freeResolved(addrinfo* list) {
-    release(list);
-}
-
-int connectSocket(int sock, const sockaddr* address, socklen_t length) {
-    return connectTo(sock, address, length);
-}
-
-ssize_t sendBytes(int sock, const void* data, std::size_t size) {
-    return transmit(sock, data, size);
-}
-
-bool startThread(void* (*routine)(void*), void* argument) {
-    if (threadsStart()) {
-        std::thread(routine, argument).detach();
-        return true;
-    }
-    return false;
-}
-
-} // namespace netcalls
-
-namespace {
+using TcpClientInternal = ReplacedCalls;
 
 // A resolver's answer: addresses of the test networks of RFC 5737 and RFC 3849.
 class Answer {
@@ -98,7 +58,7 @@ std::string describe(const sockaddr* address, socklen_t length) {
            std::to_string(length);
 }
 
-TEST(TcpClientInternal, TriesOneAddressOfEachFamily) {
+TEST_F(TcpClientInternal, TriesOneAddressOfEachFamily) {
     struct Case {
         const char* name;
         const char* host;
@@ -127,13 +87,13 @@ TEST(TcpClientInternal, TriesOneAddressOfEachFamily) {
         std::string asked;
         addrinfo* freed = nullptr;
         std::vector<std::string> tried;
-        resolve = [&](const char* host, addrinfo** list) {
+        calls.resolve = [&](const char* host, addrinfo** list) {
             asked = host;
             *list = answer.list();
             return *list == nullptr ? EAI_NONAME : 0;
         };
-        release = [&](addrinfo* list) { freed = list; };
-        connectTo = [&](int, const sockaddr* address, socklen_t length) {
+        calls.release = [&](addrinfo* list) { freed = list; };
+        calls.connectTo = [&](int, const sockaddr* address, socklen_t length) {
             tried.push_back(describe(address, length));
             return tried.back().find(c.reachable) == 0 ? 0 : -1;
         };
@@ -146,9 +106,9 @@ TEST(TcpClientInternal, TriesOneAddressOfEachFamily) {
     }
 }
 
-TEST(TcpClientInternal, DropsAConnectionThatStandsTooLate) {
+TEST_F(TcpClientInternal, DropsAConnectionThatStandsTooLate) {
     // The system reports success although the watchdog has closed the socket meanwhile.
-    connectTo = [](int sock, const sockaddr*, socklen_t) {
+    calls.connectTo = [](int sock, const sockaddr*, socklen_t) {
         while (fcntl(sock, F_GETFD) >= 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
@@ -162,10 +122,10 @@ TEST(TcpClientInternal, DropsAConnectionThatStandsTooLate) {
     EXPECT_EQ(+client.sock, -1);
 }
 
-TEST(TcpClientInternal, ReportsTheSocketThatItLeaves) {
+TEST_F(TcpClientInternal, ReportsTheSocketThatItLeaves) {
     // Connects that end just when the watchdog looks: each is either cut, and then reported as
     // failed, or reported with a socket that stays open.
-    connectTo = [](int, const sockaddr* address, socklen_t) {
+    calls.connectTo = [](int, const sockaddr* address, socklen_t) {
         unsigned short port = 0;
         memcpy(&port, reinterpret_cast<const char*>(address) + 2, sizeof port);
         std::this_thread::sleep_for(std::chrono::microseconds(ntohs(port)) +
@@ -190,22 +150,33 @@ TEST(TcpClientInternal, ReportsTheSocketThatItLeaves) {
     EXPECT_EQ(support::openDescriptors(), descriptors);
 }
 
-TEST(TcpClientInternal, FailsWithoutAWatchdog) {
+bool isBlocked(int signal) {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return sigismember(&mask, signal) == 1;
+}
+
+TEST_F(TcpClientInternal, FailsWithoutAWatchdog) {
     const std::size_t descriptors = support::openDescriptors();
-    threadsStart = [] { return false; };
-    connectTo = [](int, const sockaddr*, socklen_t) {
+    bool blocked = false; // when the thread begins: it would take no signals
+    calls.threadsStart = [&blocked] {
+        blocked = isBlocked(SIGALRM);
+        return false;
+    };
+    calls.connectTo = [](int, const sockaddr*, socklen_t) {
         ADD_FAILURE() << "nobody would keep the time-out";
         return 0;
     };
     TcpClient client;
     EXPECT_EQ(client.Connect("192.0.2.1", 1, 0), 0);
+    EXPECT_TRUE(blocked);
+    EXPECT_FALSE(isBlocked(SIGALRM));
     EXPECT_EQ(+client.lastError, 1u);
     EXPECT_EQ(+client.sock, -1);
     EXPECT_EQ(support::openDescriptors(), descriptors);
-    threadsStart = [] { return true; };
 }
 
-TEST(TcpClientInternal, RepeatsASendThatWouldBlock) {
+TEST_F(TcpClientInternal, RepeatsASendThatWouldBlock) {
     struct Call {
         int offset;
         std::size_t size;
@@ -235,7 +206,7 @@ TEST(TcpClientInternal, RepeatsASendThatWouldBlock) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         std::size_t call = 0;
-        transmit = [&](int, const void* from, std::size_t size) -> ssize_t {
+        calls.transmit = [&](int, const void* from, std::size_t size) -> ssize_t {
             EXPECT_EQ(errno, 0);
             if (call >= c.results.size()) {
                 ADD_FAILURE() << "one call too many";
