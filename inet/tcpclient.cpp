@@ -117,6 +117,23 @@ signed char failConnect(TcpClient* client) {
     return 0;
 }
 
+// Stores a host that may stand in the member itself, also behind its begin. Gives the text to
+// resolve, which is the whole one where it did not come from the member.
+const char* storeHost(TcpClient* client, const char* host) {
+    char* const member = client->hostName;
+    const std::size_t size = sizeof client->hostName;
+    // In numbers: pointers into different objects have no order.
+    const std::uintptr_t at =
+        reinterpret_cast<std::uintptr_t>(host) - reinterpret_cast<std::uintptr_t>(member);
+    if (at >= size) {
+        strcpy_qor(member, size, host);
+        return host;
+    }
+    memmove(member, host, size - at);
+    member[size - 1] = '\0';
+    return member;
+}
+
 // Loads the first address of a family into addr; false when the list has none.
 bool firstOfFamily(const addrinfo* list, int family, QorIpAddr* addr) {
     while (list != nullptr && list->ai_family != family) {
@@ -190,9 +207,7 @@ signed char TcpClient::Connect(const char* host, unsigned int serverPort, signed
     if (host == nullptr) {
         return 0;
     }
-    if (host != hostName) {
-        strcpy_qor(hostName, sizeof hostName, host);
-    }
+    host = storeHost(this, host);
     QorIpAddr addr;
     if (addr.SetIpAddr(host)) {
         return Connect(&addr, serverPort, useSsl);

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -22,6 +23,7 @@
 #include "environment.h"
 #include "loopback.h"
 #include "qorinet.h"
+#include "qoros.h"
 #include "scripted_server.h"
 
 namespace {
@@ -127,16 +129,21 @@ TEST(TcpClient, TellsWhyAConnectFailed) {
 }
 
 TEST(TcpClient, KeepsAHostNameThatFits) {
-    const unsigned int port = unusedPort();
+    const RefusingPort refusing;
+    const unsigned int port = refusing.port();
     TcpClient client;
     const std::string longest = "127.0.0.1" + std::string(118, '.');
     for (const std::string& host : {longest, longest + "."}) {
         client.Connect(host.c_str(), port, 0);
         EXPECT_EQ(client.hostName, longest);
     }
-    client.Connect("127.0.0.1", port, 0);
-    client.Connect(client.hostName, port, 0);
-    EXPECT_STREQ(client.hostName, "127.0.0.1");
+    strcpy_qor(client.hostName, sizeof client.hostName, "//127.0.0.1");
+    for (const std::ptrdiff_t begin : {2, 0}) { // of a host that stands in the member itself
+        client.lastError = 0;
+        EXPECT_EQ(client.Connect(client.hostName + begin, port, 0), 0);
+        EXPECT_STREQ(client.hostName, "127.0.0.1");
+        EXPECT_EQ(+client.lastError, 1u); // it was tried
+    }
 }
 
 TEST(TcpClient, CutsAConnectAtItsTimeout) {
