@@ -42,20 +42,24 @@ public:
      * its own; the first of its IPv4 addresses is tried, and only if there is none or it fails the
      * first of its IPv6 addresses. A socket that is still open is given up but not closed: call
      * Disconnect before.
-     * @param host stored in `hostName`, cut to 127 characters (the whole text is resolved); may be
-     *        that member itself; null fails
+     * @param host stored in `hostName`, cut to 127 characters (the whole text is resolved); may
+     *        stand in that member itself; null gives 0 and changes nothing
      * @param serverPort the lower 16 bits count
      * @param useSsl stored in `ssl`
+     * @return as below, for the last address that was tried; for a name that does not resolve 0
+     *         with `lastError`, `ssl` and `port` unchanged
      */
     signed char Connect(const char* host, unsigned int serverPort, signed char useSsl);
 
     /**
-     * Connects to an address within `timeout` seconds; returns up to 100 ms later than the
-     * connection stands or fails. A connection that stands only after the time-out is not kept. A
-     * signal that interrupts the system's connect makes the call fail.
-     * @return 0 with `lastError` 1 and no socket when the connection fails; 0 with nothing else
-     *         changed than `ssl`, `port` and `sock` when no socket can be made. A failure leaves
-     *         `connected` as it was unless the time-out was the reason.
+     * Connects to an address within `timeout` seconds, or within 100 ms for a `timeout` of 0;
+     * returns up to 100 ms later than the connection stands or fails. A connection that stands only
+     * after the time-out is not kept. A signal that interrupts the system's connect makes the call
+     * fail.
+     * @return 0 with `lastError` 1 and no socket when the connection fails, or when the thread that
+     *         keeps the time-out cannot be started; 0 with nothing else changed than `ssl`, `port`
+     *         and `sock` when no socket can be made; 0 and nothing changed for a null `addr`. A
+     *         failure leaves `connected` as it was unless the time-out was the reason.
      */
     signed char Connect(QorIpAddr* addr, unsigned int serverPort, signed char useSsl);
 
@@ -67,6 +71,10 @@ public:
 
     /**
      * Sends all of `data`, blocking as long as it takes.
+     * On a socket that the caller has made non-blocking (O_NONBLOCK) or given a send time-out
+     * (SO_SNDTIMEO), the system may refuse a send with EAGAIN. It is repeated at once, up to three
+     * times in a call, and each time one byte earlier: up to three bytes in front of `data` are
+     * read then, and perhaps sent. They have to be readable.
      * @return 1 also for a `len` of 0; 0 without a socket or as soon as sending fails; how much was
      *         sent until then is not told
      */
@@ -75,7 +83,8 @@ public:
     /**
      * Waits for bytes, up to `timeout` seconds, and reads what is there.
      * With a `timeout` of 0 it does not wait, and fails as timed out.
-     * @param len in: the size of `buf` in bytes; out: the bytes read, 0 after a time-out, an error
+     * @param len in: the size of `buf` in bytes, at least 1 (with 0 and bytes waiting the call acts
+     *        as for the peer's close); out: the bytes read, 0 after a time-out, an error
      *        of the read or the peer's close; otherwise unchanged
      * @return 1 with at least one byte; 0 without a socket, for a null `len`, without `connected`,
      *         when the wait fails, after a time-out (`lastError` 3), after an error of the read, or
@@ -87,7 +96,8 @@ public:
 
     /**
      * Reads what is there without the wait of Receive: blocks, without a limit, until bytes come.
-     * Despite its name it takes the bytes out of the stream.
+     * Despite its name it takes the bytes out of the stream. It does not ask for `connected`, and
+     * knows no time-out; all else is as with Receive.
      */
     signed char Peek(unsigned char* buf, unsigned int* len);
 
@@ -121,12 +131,16 @@ public:
     static void* connectThread(void* self);
 
     /** @name Members, in fixed order @{ */
-    signed char ssl;           /**< as given to Connect, or 1 after StartSSL; never acted on */
-    unsigned int timeout;      /**< seconds, for connect and receive; set directly by users */
-    unsigned char connected;   /**< 1 or 0; 0 does not say that the socket is closed */
-    char hostName[128];        /**< the host last given to Connect as text */
-    unsigned int port;         /**< of the last connect */
-    unsigned int lastError;    /**< 0 none, 1 connect failed, 3 receive timed out */
+    signed char ssl;         /**< as given to Connect, or 1 after StartSSL; never acted on */
+    unsigned int timeout;    /**< seconds, for connect and receive; set directly by users */
+    unsigned char connected; /**< 1 or 0; 0 does not say that the socket is closed */
+    char hostName[128];      /**< the host last given to Connect as text */
+    unsigned int port;       /**< of the last connect */
+    /**
+     * 0 none, 1 connect failed, 3 receive timed out. Only a receive sets it back to 0: it is 1 also
+     * next to a connection over IPv6 that followed a failed one over IPv4.
+     */
+    unsigned int lastError;
     int sock;                  /**< the descriptor, -1 for none */
     unsigned int connecting;   /**< internal: 1 during the system's connect, 2 once it is cut */
     unsigned int watchdogDone; /**< internal: 1 when the thread beside a connect has ended */
