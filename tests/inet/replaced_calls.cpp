@@ -1,7 +1,5 @@
 #include "replaced_calls.h"
 
-#include <thread>
-
 #include "inet/netcalls.h"
 
 Calls calls;
@@ -33,9 +31,5 @@ bool netcalls::setOption(int sock, int level, int option, const void* value, soc
 }
 
 bool netcalls::beginThread(void* (*routine)(void*), void* argument) {
-    if (calls.threadsStart()) {
-        std::thread(routine, argument).detach();
-        return true;
-    }
-    return false;
+    return calls.begin(routine, argument);
 }

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <thread>
 
 #include "loopback.h"
 
@@ -23,7 +24,11 @@ struct Calls {
     std::function<ssize_t(int, const void*, std::size_t)> transmit = support::sendQuietly;
     std::function<ssize_t(int, void*, std::size_t, int)> take = recv;
     std::function<int(int, int, int, const void*, socklen_t)> setOption = setsockopt;
-    std::function<bool()> threadsStart = [] { return true; };
+    std::function<bool(void* (*)(void*), void*)> begin = [](void* (*routine)(void*),
+                                                            void* argument) {
+        std::thread(routine, argument).detach();
+        return true;
+    };
 };
 
 extern Calls calls;

@@ -70,40 +70,69 @@ milliseconds since(std::chrono::steady_clock::time_point begin) {
     return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
 }
 
-TEST(TcpClient, ConnectsToNamesAndAddresses) {
-    struct Case {
-        const char* name;
-        const char* host;
-        Loopback family;
-        bool asObject;
-    };
-    const Case cases[] = {
-        {"name", "localhost", Loopback::v4, false},
-        {"IPv4 text", "127.0.0.1", Loopback::v4, false},
-        {"IPv4 object", "127.0.0.1", Loopback::v4, true},
-        {"IPv6 text", "::1", Loopback::v6, false},
-        {"IPv6 object", "::1", Loopback::v6, true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        if (c.family == Loopback::v6 && !hasIpv6Loopback()) {
-            continue;
-        }
-        ScriptedServer server({{readBytes(4), sendBytes("pong")}}, c.family);
-        const unsigned int port = server.port() + 0x10000u; // only 16 bits count
-        TcpClient client;
-        QorIpAddr addr(c.host);
-        EXPECT_EQ(c.asObject ? client.Connect(&addr, port, 1) : client.Connect(c.host, port, 1), 1);
-        EXPECT_EQ(stateOf(client), (State{1, 0, true}));
-        EXPECT_EQ(client.ssl, 1);
-        EXPECT_EQ(+client.port, port);
-        EXPECT_STREQ(client.hostName, c.asObject ? "" : c.host);
-        EXPECT_EQ(fcntl(client.sock, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-        EXPECT_EQ(sendText(client, "ping"), 1);
-        EXPECT_EQ(readOnce(client), "pong");
-        EXPECT_EQ(server.wait(), "");
-    }
+// What the library sets on a socket.
+struct Options {
+    bool lingers;
+    int lingerSeconds;
+    bool reusesAddress;
+    bool reusesPort;
+};
+
+Options optionsOf(int sock) {
+    linger lingering = {-1, -1};
+    int address = -1;
+    int port = -1;
+    socklen_t length = sizeof lingering;
+    getsockopt(sock, SOL_SOCKET, SO_LINGER, &lingering, &length);
+    length = sizeof address;
+    getsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &address, &length);
+    getsockopt(sock, SOL_SOCKET, SO_REUSEPORT, &port, &length);
+    return {lingering.l_onoff != 0, lingering.l_linger, address != 0, port != 0};
 }
+
+bool operator==(const Options& a, const Options& b) {
+    return a.lingers == b.lingers && a.lingerSeconds == b.lingerSeconds &&
+           a.reusesAddress == b.reusesAddress && a.reusesPort == b.reusesPort;
+}
+
+struct Target {
+    const char* name;
+    const char* host;
+    Loopback family;
+    bool asObject;
+};
+
+class TcpClientTarget : public testing::TestWithParam<Target> {};
+
+TEST_P(TcpClientTarget, IsConnected) {
+    const Target& target = GetParam();
+    if (target.family == Loopback::v6 && !hasIpv6Loopback()) {
+        QOR_SKIP_OR_FAIL("there is no IPv6 loopback address");
+    }
+    ScriptedServer server({{readBytes(4), sendBytes("pong")}}, target.family);
+    const unsigned int port = server.port() + 0x10000u; // only 16 bits count
+    TcpClient client;
+    QorIpAddr addr(target.host);
+    EXPECT_EQ(
+        target.asObject ? client.Connect(&addr, port, 1) : client.Connect(target.host, port, 1), 1);
+    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
+    EXPECT_EQ(client.ssl, 1);
+    EXPECT_EQ(+client.port, port);
+    EXPECT_STREQ(client.hostName, target.asObject ? "" : target.host);
+    EXPECT_EQ(fcntl(client.sock, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    EXPECT_TRUE(optionsOf(client.sock) == (Options{true, 0, false, false}));
+    EXPECT_EQ(sendText(client, "ping"), 1);
+    EXPECT_EQ(readOnce(client), "pong");
+    EXPECT_EQ(server.wait(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, TcpClientTarget,
+                         testing::Values(Target{"Name", "localhost", Loopback::v4, false},
+                                         Target{"V4Text", "127.0.0.1", Loopback::v4, false},
+                                         Target{"V4Object", "127.0.0.1", Loopback::v4, true},
+                                         Target{"V6Text", "::1", Loopback::v6, false},
+                                         Target{"V6Object", "::1", Loopback::v6, true}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(TcpClient, TellsWhyAConnectFailed) {
     struct Case {
@@ -115,12 +144,12 @@ TEST(TcpClient, TellsWhyAConnectFailed) {
         {"refused", "127.0.0.1", 1}, {"no address, so no socket", "", 0}, {"null", nullptr, 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
+        const RefusingPort refusing;
         const std::size_t descriptors = openDescriptors();
-        const unsigned int port = unusedPort();
         TcpClient client;
         client.connected = 1; // of an earlier connection: only a cut clears it
         QorIpAddr addr(c.host == nullptr ? "" : c.host);
-        EXPECT_EQ(client.Connect(c.host == nullptr ? nullptr : &addr, port, 0), 0);
+        EXPECT_EQ(client.Connect(c.host == nullptr ? nullptr : &addr, refusing.port(), 0), 0);
         EXPECT_EQ(stateOf(client), (State{1, c.lastError, false}));
         EXPECT_EQ(openDescriptors(), descriptors);
     }
@@ -155,16 +184,23 @@ TEST(TcpClient, CutsAConnectAtItsTimeout) {
         SCOPED_TRACE(c.timeout);
         FullBacklogListener listener;
         ASSERT_TRUE(listener.full());
-        const std::size_t descriptors = openDescriptors();
         const std::size_t threads = runningThreads();
-        const auto begin = std::chrono::steady_clock::now();
+        ScriptedServer server({{readToEnd()}});
         TcpClient client;
         client.timeout = c.timeout;
+        // Nothing of an earlier connect ends the next one early.
+        ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
+        client.Disconnect();
+        EXPECT_EQ(server.wait(), "");
         client.connected = 1;
+        const std::size_t descriptors = openDescriptors();
+        const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(client.Connect("127.0.0.1", listener.port(), 0), 0);
         EXPECT_GE(since(begin).count(), c.atLeast);
         EXPECT_LT(since(begin).count(), c.atLeast + 3000); // the machine may be slow
         EXPECT_EQ(stateOf(client), (State{0, 1, false}));
+        EXPECT_EQ(+client.connecting, 0u);
+        EXPECT_EQ(+client.watchdogDone, 1u);
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_TRUE(waitUntil([threads] { return runningThreads() <= threads; }));
     }
@@ -177,20 +213,27 @@ TEST(TcpClient, ConnectsWithinTheTimeout) {
         std::this_thread::sleep_for(milliseconds(300));
         listener.makeRoom();
     });
-    TcpClient late;
-    EXPECT_EQ(late.Connect("127.0.0.1", listener.port(), 0), 1);
-    EXPECT_EQ(stateOf(late), (State{1, 0, true}));
+    TcpClient client;
+    EXPECT_EQ(client.Connect("127.0.0.1", listener.port(), 0), 1);
+    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
     helper.join();
+}
 
-    // With a time-out of 0 the watch ends after its first step; what stands by then survives.
-    ScriptedServer server({{readToEnd()}, {}});
+TEST(TcpClient, KeepsWhatStandsByTheFirstLookOfTheWatch) {
+    ScriptedServer server({{readToEnd()}});
     TcpClient client;
     client.timeout = 0;
     ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
     EXPECT_EQ(stateOf(client), (State{1, 0, true}));
-    // A further connect gives the open socket up and does not close it.
+}
+
+TEST(TcpClient, LeavesAnOpenSocketToANewConnect) {
+    ScriptedServer server({{readToEnd()}, {}});
+    TcpClient client;
+    ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 1), 1);
     const int first = client.sock;
     EXPECT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
+    EXPECT_EQ(client.ssl, 0);
     EXPECT_EQ(close(first), 0);
     EXPECT_EQ(server.wait(), "");
 }
@@ -256,7 +299,7 @@ TEST_F(TcpClientConnection, ReceivesUntilThePeerEnds) {
 }
 
 TEST_F(TcpClientConnection, GivesUpAReceiveAtTheTimeout) {
-    for (const unsigned int timeout : {0u, 1u}) { // with 0 even bytes that are there don't help
+    for (const unsigned int timeout : {0u, 2u}) { // with 0 even bytes that are there don't help
         SCOPED_TRACE(timeout);
         const bool early = timeout == 0;
         connectTo({sendBytes(early ? "late" : ""), pauseUntilReleased(),
@@ -266,6 +309,7 @@ TEST_F(TcpClientConnection, GivesUpAReceiveAtTheTimeout) {
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(readOnce(client), "failed 0");
         EXPECT_GE(since(begin).count(), timeout * 1000);
+        EXPECT_LT(since(begin).count(), timeout * 1000 + 1500);
         EXPECT_EQ(stateOf(client), (State{0, 3, true}));
 
         server->release();
@@ -274,6 +318,34 @@ TEST_F(TcpClientConnection, GivesUpAReceiveAtTheTimeout) {
         EXPECT_EQ(readOnce(client, &TcpClient::Peek), "late"); // the socket is there all the same
         client.Disconnect();
     }
+}
+
+TEST_F(TcpClientConnection, WaitsLongerThanOneSecond) {
+    const Step late = pauseFor(milliseconds(1300));
+    connectTo({pauseUntilReleased(), late, sendBytes("ab"), pauseUntilReleased(), late,
+               sendBytes("cd"), readToEnd()});
+    client.timeout = 3;
+    server->release();
+    EXPECT_EQ(readOnce(client), "ab");
+    server->release();
+    EXPECT_EQ(client.WaitForReceive(3), 1);
+    EXPECT_EQ(readOnce(client), "cd");
+}
+
+TEST_F(TcpClientConnection, HandsFlagsToTheRead) {
+    connectTo({sendBytes("ab"), readToEnd()});
+    const auto read = [this](int flags, signed char wait) {
+        unsigned char bytes[8];
+        unsigned int size = sizeof bytes;
+        const signed char done =
+            client.receive(bytes, &size, static_cast<unsigned int>(flags), wait);
+        return std::to_string(done) + " " + std::string(bytes, bytes + size);
+    };
+    EXPECT_EQ(read(MSG_PEEK, 1), "1 ab");
+    EXPECT_EQ(read(MSG_PEEK, 0), "1 ab");
+    EXPECT_EQ(read(0, 1), "1 ab");
+    EXPECT_EQ(read(MSG_DONTWAIT, 0), "0 ");
+    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
 }
 
 TEST_F(TcpClientConnection, TakesBytesOutWithAPeek) {
@@ -358,21 +430,10 @@ TEST(QorInet, PreparesSockets) {
         SCOPED_TRACE(reuse);
         const int sock = socket(AF_INET, SOCK_STREAM, 0);
         EXPECT_EQ(QorInetSetSockOpt(sock, reuse ? 1 : 0), 1);
-        linger lingering = {};
-        socklen_t length = sizeof lingering;
-        getsockopt(sock, SOL_SOCKET, SO_LINGER, &lingering, &length);
-        EXPECT_NE(lingering.l_onoff, 0);
-        EXPECT_EQ(lingering.l_linger, 0);
-        for (const int option : {SO_REUSEADDR, SO_REUSEPORT}) {
-            int value = -1;
-            length = sizeof value;
-            getsockopt(sock, SOL_SOCKET, option, &value, &length);
-            EXPECT_EQ(value != 0, reuse);
-        }
+        EXPECT_TRUE(optionsOf(sock) == (Options{true, 0, reuse, reuse}));
         close(sock);
     }
     EXPECT_EQ(QorInetSetSockOpt(-1, 0), 0);
-    EXPECT_EQ(QorInetSetSockOpt(-1, 1), 0);
 }
 
 } // namespace
