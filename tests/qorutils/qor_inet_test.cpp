@@ -3,14 +3,13 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <random>
 #include <string>
 #include <vector>
 
-namespace {
+#include "hex.h"
 
-using Bytes = std::vector<unsigned char>;
+namespace {
 
 // The C library is the judge of texts that are written the usual way.
 Bytes libcBytes(int family, const std::string& text) {
@@ -33,66 +32,44 @@ Bytes parse(int family, const std::string& text) {
     return {};
 }
 
-struct Case {
-    const char* text;
-    const char* expected;
-};
+using Texts = std::vector<const char*>;
 
-template <std::size_t Count>
-void expectParsed(int family, const Case (&cases)[Count]) {
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(parse(family, c.text), libcBytes(family, c.expected));
+// Expects each text, and what it is usually written as, to be the same address.
+void expectParsed(int family, const Texts& pairs) {
+    for (std::size_t i = 0; i < pairs.size(); i += 2) {
+        EXPECT_EQ(parse(family, pairs[i]), libcBytes(family, pairs[i + 1])) << pairs[i];
     }
 }
 
-void expectRefused(int family, std::initializer_list<const char*> texts) {
+void expectRefused(int family, const Texts& texts) {
     for (const char* const text : texts) {
         EXPECT_EQ(parse(family, text), Bytes{}) << text;
     }
 }
 
 TEST(QorInet, ParsesIpV4) {
-    const Case cases[] = {
-        {"1.2.3.4", "1.2.3.4"},
-        {"255.255.255.255", "255.255.255.255"},
-        {"010.002.003.004", "10.2.3.4"}, // not octal
-        {"000000000001.2.3.0000255", "1.2.3.255"},
-    };
-    expectParsed(AF_INET, cases);
-    expectRefused(AF_INET, {"256.1.1.1", "1.1.1.256", "1.2.3.4.5", "1.2.3.4.", "1..2.3", ".1.2.3.4",
-                            "1.2.3.a", "1.2.3.4a", " 1.2.3.4", "1.2.3.\xB4", "\xB1.2.3.4"});
+    expectParsed(AF_INET, {"010.002.003.004", "10.2.3.4", "000000000001.2.3.0000255", "1.2.3.255"});
+    expectRefused(AF_INET, {"256.1.1.1", "1.1.1.256", "1.1.1.0256", "1.2.3.4.5", "1.2.3.4.",
+                            "1..2.3", ".1.2.3.4", "1.2.3.a", "1.2.3.4a", " 1.2.3.4", "1.2.3.\xB4"});
 }
 
 TEST(QorInet, ParsesIpV6) {
-    const Case cases[] = {
-        {"1:22:333:4444:aB:Cd:eF:ffff", "1:22:333:4444:ab:cd:ef:ffff"},
-        {"::", "::"},
-        {"::1", "::1"},
-        {"1::", "1::"},
-        {"1:2::7:8", "1:2:0:0:0:0:7:8"},
-        {"1:2:3:4:5:6::8", "1:2:3:4:5:6:0:8"},
-        {"000001::00ffff", "1::ffff"},
-        {"::ffff:10.1.2.3", "::ffff:a01:203"},
-        {"1:2:3:4:5:6:7.8.9.10", "1:2:3:4:5:6:708:90a"},
-    };
-    expectParsed(AF_INET6, cases);
-    expectRefused(AF_INET6, {"1::2::3", "1:::2", ":::", ":1::", ":", "10000::", "1::2 ",
-                             "1:2:3:4:5:6:7:8:9", "1::g", "::\xB1", "1;2::", "::1%1",
-                             "1:2:3:4:5:6:7:8.9.10.11", "1::2:3:4:5:6:7:1.2.3.4", "1.2.3.4",
-                             "1::2.3.4", "::1.2.3.4:5", "::a.2.3.4", "::.1.2.3"});
+    expectParsed(AF_INET6, {"1:22:333:4444:aB:Cd:eF:ffff", "1:22:333:4444:ab:cd:ef:ffff"});
+    expectParsed(AF_INET6, {"1:2:3:4:5:6::8", "1:2:3:4:5:6:0:8", "000001::00ffff", "1::ffff"});
+    expectParsed(AF_INET6, {"1:2:3:4:5:6:7.8.9.10", "1:2:3:4:5:6:708:90a"});
+    expectRefused(AF_INET6,
+                  {"1::2::3", "1:::2", ":::", ":1::", ":", "10000::", "1::2 ", "1:2:3:4:5:6:7:8:9",
+                   "1::g", "::\xB1", "::1%1", "1:2:3:4:5:6:7:8.9.10.11", "1::2:3:4:5:6:7:1.2.3.4",
+                   "1.2.3.4", "::1.2.3.4:5", "::a.2.3.4", "::.1.2.3"});
 }
 
 TEST(QorInet, KeepsItsToleranceForColons) {
-    const Case cases[] = {
-        {"1:2:3:4::5:6:7:8", "1:2:3:4::"}, // a gap of no group clears what follows it
-        {"1:2:3:4:5:6:7::8", "1:2:3:4:5:6:7:0"},
-        {"1:2:3:4:5:6::1.2.3.4", "1:2:3:4:5:6:0:0"},
-        {"1:2:3:4:5:6:7:8::", "1:2:3:4:5:6:7:8"},
-        {"1:2:3:4:5:6:7:8:", "1:2:3:4:5:6:7:8"}, // one colon at the end
-        {"1::2:", "1::2"},
-    };
-    expectParsed(AF_INET6, cases);
+    // A gap of no group clears what follows it.
+    expectParsed(AF_INET6,
+                 {"1:2:3:4::5:6:7:8", "1:2:3:4::", "1:2:3:4:5:6::1.2.3.4", "1:2:3:4:5:6::"});
+    expectParsed(AF_INET6, {"1:2:3:4:5:6:7:8::", "1:2:3:4:5:6:7:8"});
+    // One colon at the end.
+    expectParsed(AF_INET6, {"1:2:3:4:5:6:7:8:", "1:2:3:4:5:6:7:8", "1::2:", "1::2"});
     expectRefused(AF_INET6, {"1:2:3:4:5:6:7:", "1:2:3:4:5:6:7:8:::"});
 }
 
@@ -108,64 +85,54 @@ TEST(QorInet, RefusesNull) {
 }
 
 TEST(QorInet, TakesNoPrefixForTheWhole) {
-    for (const std::string whole :
-         {"255.254.253.25", "1:2:3:4:5:6:7:8888", "::fff:200.100.50.25"}) {
-        const int family = whole.find(':') == std::string::npos ? AF_INET : AF_INET6;
+    for (const std::string whole : {"255.254.253.25", "1:2:3:4:5:6:7:8888", "::200.100.50.25"}) {
+        const int family = whole[0] == '2' ? AF_INET : AF_INET6;
         for (std::size_t length = 0; length < whole.size(); ++length) {
             const std::string prefix = whole.substr(0, length);
-            SCOPED_TRACE(prefix);
-            if (prefix == "::fff:") {
-                continue; // the one prefix about which the C library is stricter
-            }
             Bytes expected(family == AF_INET ? 4 : 16);
             if (inet_pton(family, prefix.c_str(), expected.data()) != 1) {
                 expected.clear();
             }
-            EXPECT_EQ(parse(family, prefix), expected);
+            EXPECT_EQ(parse(family, prefix), expected) << prefix;
         }
     }
 }
 
 TEST(QorInet, FormatsIpV6) {
-    const char* const canonical[] = {
-        "::",
-        "::1",
-        "::1:0", // a run of six groups: see below
-        "1::",
-        "1::2:0:0:3:4", // the first of equal runs
-        "1:0:0:2::3",   // the longer run
-        "1:0:2:3:4:5:6:7",
-        "0:1:2:3:4:5:6:7",
-        "1:2:3:4:5:6:7:0",
-        "2001:db8::abcd:ef",
-        "::ffff:10.1.2.3",
-        "::10.1.2.3",
-        "::fffe:a01:203",
-        "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
-    };
-    for (const std::string text : canonical) {
-        SCOPED_TRACE(text);
-        const std::string expected = text == "::1:0" ? "::0.1.0.0" : text;
+    // Among them the first of equal runs of zeros, and the longer of two.
+    const Texts texts = {"::",
+                         "::1",
+                         "1::",
+                         "2001:db8::abcd:ef",
+                         "1:0:2:3:4:5:6:7",
+                         "0:1:2:3:4:5:6:7",
+                         "1:2:3:4:5:6:7:0",
+                         "1::2:0:0:3:4",
+                         "1:0:0:2::3",
+                         "::0.1.0.0",
+                         "::ffff:10.1.2.3",
+                         "::fffe:a01:203",
+                         "1::ffff:a01:203",
+                         "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"};
+    for (const std::string text : texts) {
         const Bytes bytes = libcBytes(AF_INET6, text);
+        EXPECT_EQ(parse(AF_INET6, text), bytes) << text;
         char out[64] = "untouched";
-        EXPECT_EQ(qor_inet_ntop6(bytes.data(), out, expected.size()), nullptr);
+        EXPECT_EQ(qor_inet_ntop6(bytes.data(), out, text.size()), nullptr);
         EXPECT_STREQ(out, "untouched");
-        EXPECT_EQ(qor_inet_ntop6(bytes.data(), out, expected.size() + 1), out);
-        EXPECT_EQ(out, expected);
+        EXPECT_EQ(qor_inet_ntop6(bytes.data(), out, text.size() + 1), out);
+        EXPECT_EQ(out, text);
     }
 }
 
 TEST(QorInet, FormatsIpV4WithoutCountingTheTerminator) {
-    const unsigned char shortest[4] = {1, 20, 0, 9};
-    const unsigned char longest[4] = {255, 100, 199, 200};
+    const unsigned char bytes[4] = {1, 100, 0, 99};
     char out[20] = "untouched";
-    EXPECT_EQ(qor_inet_ntop4(shortest, out, 7), nullptr);
-    EXPECT_EQ(qor_inet_ntop4(shortest, out, 0), nullptr);
+    EXPECT_EQ(qor_inet_ntop4(bytes, out, 9), nullptr);
+    EXPECT_EQ(qor_inet_ntop4(bytes, out, 0), nullptr);
     EXPECT_STREQ(out, "untouched");
-    EXPECT_EQ(qor_inet_ntop4(shortest, out, 8), out);
-    EXPECT_EQ(std::string(out, 10), std::string("1.20.0.9\0", 9) + '\0');
-    EXPECT_EQ(qor_inet_ntop4(longest, out, 15), out);
-    EXPECT_STREQ(out, "255.100.199.200");
+    EXPECT_EQ(qor_inet_ntop4(bytes, out, 10), out);
+    EXPECT_EQ(std::string(out, 12), std::string("1.100.0.99\0", 11) + '\0');
 }
 
 // What either side writes, the other reads as the same address.
@@ -174,9 +141,8 @@ TEST(QorInet, AgreesWithTheCLibrary) {
     for (int round = 0; round < 20000; ++round) {
         const int family = round % 2 == 0 ? AF_INET : AF_INET6;
         Bytes bytes(family == AF_INET ? 4 : 16);
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            bytes[i] =
-                static_cast<unsigned char>(random() % 3 == 0 ? random() : random() % 2 * 0xFF);
+        for (unsigned char& byte : bytes) {
+            byte = static_cast<unsigned char>(random() % 3 == 0 ? random() : random() % 2 * 0xFF);
         }
         char ours[64];
         char libc[64];
