@@ -10,21 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "hex.h"
+
 namespace {
 
 std::string text(const QorIpAddr& addr) {
     char out[64];
     return addr.GetStr(out, sizeof out) ? out : "unset";
-}
-
-TEST(QorIpAddr, LaysItsFieldsOutAsProgramsExpect) {
-    const QorIpAddr addr("1.2.3.4");
-    const auto offset = [&addr](const void* field) {
-        return static_cast<const char*>(field) - reinterpret_cast<const char*>(&addr);
-    };
-    EXPECT_EQ(offset(addr.address), 8);
-    EXPECT_EQ(offset(&addr.length), 24);
-    EXPECT_EQ(offset(&addr.text), 32);
 }
 
 // What a setter makes of 9::9, with "!" in front where its result is false.
@@ -42,10 +34,7 @@ TEST(QorIpAddr, IsSet) {
     const char* const asV6 = "100:a8c0:506:708:90a:b0c:d0e:f10";
     EXPECT_EQ(SET(addr.SetIpAddr("1.2.3.4")), "1.2.3.4");
     EXPECT_EQ(SET(addr.SetIpAddr("1::2")), "1::2");
-    EXPECT_EQ(SET(addr.SetIpAddr("x")), "!unset");
-    EXPECT_EQ(SET(addr.SetIpV4Addr("1.2.3.4")), "1.2.3.4");
     EXPECT_EQ(SET(addr.SetIpV4Addr("::1")), "!unset");
-    EXPECT_EQ(SET(addr.SetIpV6Addr("::1")), "::1");
     EXPECT_EQ(SET(addr.SetIpV6Addr("1.2.3.4")), "!unset");
     EXPECT_EQ(SET(addr = "1.2.3"), "!unset");
     EXPECT_EQ(SET(addr = 0xC0A80001U), "192.168.0.1");
@@ -62,7 +51,6 @@ TEST(QorIpAddr, IsSet) {
     EXPECT_EQ(SET(addr.SetIpAddrFromMifV4(bytes, 16)), "!9::9");
     EXPECT_EQ(SET(addr.SetIpAddrFromMifV6(bytes, 16)), asV6);
     EXPECT_EQ(SET(addr.SetIpAddrFromMifV6(bytes, 4)), "!9::9");
-    EXPECT_EQ(SET(addr.SetFromSockAddr(nullptr)), "!unset");
     EXPECT_EQ(SET(addr.SetAnyHostV4(), true), "0.0.0.0");
     EXPECT_EQ(SET(addr.SetAnyHostV6(), true), "::");
     EXPECT_EQ(SET(addr.SetLocalHostV4(), true), "127.0.0.1");
@@ -70,41 +58,44 @@ TEST(QorIpAddr, IsSet) {
     EXPECT_EQ(SET(addr.Clear(), true), "unset");
 }
 
+// Both ways round, by the operators and by their numbers: 1 to 5 are == < > <= >=.
+void expectHolds(const char* a, const char* b, const std::string& numbers) {
+    SCOPED_TRACE(std::string(a) + " and " + b);
+    const QorIpAddr left(a);
+    const QorIpAddr right(b);
+    const bool operators[] = {false,           (left == right), (left < right), (left > right),
+                              (left <= right), (left >= right), false};
+    for (int op = 0; op < 7; ++op) {
+        const bool expected = numbers.find(std::to_string(op)) != std::string::npos;
+        EXPECT_EQ(operators[op], expected) << "operator " << op;
+        EXPECT_EQ(qor_ipaddr_cmp(op, a, b), expected ? 1 : 0) << "operator " << op;
+    }
+    EXPECT_EQ(left != right, !(left == right));
+}
+
 TEST(QorIpAddr, IsComparedAcrossFamilies) {
     struct Case {
         const char* left;
         const char* right;
-        const char* holds; // of == < > <= >=, by their numbers
+        const char* holds;
+        const char* swapped;
     };
     const Case cases[] = {
-        {"10.0.0.1", "10.0.0.1", "145"},
-        {"10.0.0.1", "::ffff:10.0.0.1", "145"},
-        {"::ffff:10.0.0.1", "10.0.0.1", "145"},
-        {"10.0.0.1", "::ffff:10.0.0.2", "24"},
-        {"::ffff:10.0.0.2", "10.0.0.1", "35"},
-        {"::ffff:10.0.0.2", "::ffff:10.0.0.1", "35"},
-        {"200.0.0.1", "10.0.0.255", "35"},
-        {"1::", "1::", "145"},
-        {"1::ff", "1::100", "24"},
-        {"10.0.0.1", "2001:db8::1", ""},
-        {"2001:db8::1", "10.0.0.1", ""},
-        {"10.0.0.1", "::10.0.0.1", ""},
-        {"no address", "no address", ""},
-        {"no address", "1.2.3.4", ""},
-        {"1.2.3.4", "no address", ""},
+        {"10.0.0.1", "10.0.0.1", "145", "145"},
+        {"10.0.0.1", "::ffff:10.0.0.1", "145", "145"},
+        {"10.0.0.1", "::ffff:10.0.0.2", "24", "35"},
+        {"::ffff:10.0.0.1", "::ffff:10.0.0.2", "24", "35"},
+        {"10.0.0.255", "200.0.0.1", "24", "35"},
+        {"1::", "1::", "145", "145"},
+        {"1::ff", "1::100", "24", "35"},
+        {"10.0.0.1", "2001:db8::1", "", ""},
+        {"10.0.0.1", "::10.0.0.1", "", ""},
+        {"no address", "no address", "", ""},
+        {"no address", "1.2.3.4", "", ""},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.left) + " and " + c.right);
-        const QorIpAddr left(c.left);
-        const QorIpAddr right(c.right);
-        const bool operators[] = {false,           (left == right), (left < right), (left > right),
-                                  (left <= right), (left >= right), false};
-        for (int op = 0; op < 7; ++op) {
-            const bool expected = strchr(c.holds, '0' + op) != nullptr;
-            EXPECT_EQ(operators[op], expected) << "operator " << op;
-            EXPECT_EQ(qor_ipaddr_cmp(op, c.left, c.right), expected ? 1 : 0) << "operator " << op;
-        }
-        EXPECT_EQ(left != right, !(left == right));
+        expectHolds(c.left, c.right, c.holds);
+        expectHolds(c.right, c.left, c.swapped);
     }
     EXPECT_EQ(qor_ipaddr_cmp(1, nullptr, nullptr), 0);
 }
@@ -113,9 +104,7 @@ TEST(QorIpAddr, AnswersQueries) {
     struct Case {
         const char* text;
         int family;
-        bool configured;
-        bool localHost;
-        bool mapped;
+        bool configured, localHost, mapped;
         unsigned int number;
     };
     const Case cases[] = {
@@ -127,7 +116,7 @@ TEST(QorIpAddr, AnswersQueries) {
         {"::", AF_INET6, false, false, false, 0},
         {"::1", AF_INET6, true, true, false, 0},
         {"::ffff:127.0.0.1", AF_INET6, true, false, true, 0x7F000001},
-        {"1::ffff:127.0.0.1", AF_INET6, true, false, false, 0},
+        {"100::ffff:127.0.0.1", AF_INET6, true, false, false, 0},
         {"::fffe:127.0.0.1", AF_INET6, true, false, false, 0},
     };
     for (const Case& c : cases) {
@@ -138,9 +127,9 @@ TEST(QorIpAddr, AnswersQueries) {
         EXPECT_EQ(addr.IsLocalHost(), c.localHost);
         EXPECT_EQ(addr.IsV4Mapped(), c.mapped);
         EXPECT_EQ(addr.GetIpV4Addr(), c.number);
-        const std::string before = text(addr);
+        const std::string expected = c.mapped ? text(QorIpAddr(c.number)) : text(addr);
         EXPECT_EQ(addr.ConvertV6ToIpV4(), c.mapped);
-        EXPECT_EQ(text(addr), c.mapped ? text(QorIpAddr(c.number)) : before);
+        EXPECT_EQ(text(addr), expected);
     }
 }
 
@@ -154,51 +143,35 @@ TEST(QorIpAddr, ConvertsBetweenFamilies) {
 }
 
 TEST(QorIpAddr, GoesThroughSocketAddresses) {
-    for (const char* const address : {"10.1.2.3", "2001:db8::1"}) {
-        SCOPED_TRACE(address);
-        sockaddr_storage storage;
-        const QorIpAddr addr(address);
-        addr.InitSockAddr(reinterpret_cast<sockaddr*>(&storage), sizeof storage, 0x1234);
-        EXPECT_EQ(storage.ss_family, addr.GetAF());
-        const unsigned char* const bytes = reinterpret_cast<const unsigned char*>(&storage);
-        EXPECT_EQ(bytes[2] << 8 | bytes[3], 0x1234);
-        QorIpAddr back;
-        EXPECT_TRUE(back.SetFromSockAddr(&storage));
-        EXPECT_TRUE(back == addr);
-    }
-    QorIpAddr addr("1.2.3.4");
-    sockaddr_storage unknown = {};
-    unknown.ss_family = AF_UNIX;
-    EXPECT_FALSE(addr.SetFromSockAddr(&unknown));
-    EXPECT_EQ(addr.GetAF(), 0);
-    addr.InitSockAddr(nullptr, 16, 1);
-}
-
-TEST(QorIpAddr, ZeroesSocketAddressesThatItCannotFill) {
     struct Case {
-        const char* name;
         QorIpAddr addr;
         unsigned long size;
-        int family;
-        unsigned char firstUntouched;
+        int family;              // 0: zeroed, since it cannot be filled
+        std::size_t touchedSize; // may exceed the size
     };
     const Case cases[] = {
-        {"IPv6 with room", QorIpAddr("::1"), 28, AF_INET6, 28},
-        {"IPv6 without room", QorIpAddr("::1"), 27, 0, 27},
-        {"unset", QorIpAddr(), 28, 0, 28},
-        {"IPv4 does not test the size", QorIpAddr("1.2.3.4"), 4, AF_INET, 8},
-        {"no family of that length", QorIpAddr(QorIpAddr("::1").address, 17), 28, 0, 28},
+        {QorIpAddr("2001:db8::1"), sizeof(sockaddr_in6), AF_INET6, sizeof(sockaddr_in6)},
+        {QorIpAddr("2001:db8::1"), sizeof(sockaddr_in6) - 1, 0, sizeof(sockaddr_in6) - 1},
+        {QorIpAddr("1.2.3.4"), 4, AF_INET, 8}, // does not test the size
+        {QorIpAddr(), 28, 0, 28},
+        {QorIpAddr(QorIpAddr("::1").address, 17), 28, 0, 28}, // no family of that length
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        alignas(sockaddr_storage) unsigned char bytes[32];
-        memset(bytes, 0xEE, sizeof bytes);
-        sockaddr* const sa = reinterpret_cast<sockaddr*>(bytes);
-        c.addr.InitSockAddr(sa, c.size, 80);
-        EXPECT_EQ(sa->sa_family, c.family);
-        EXPECT_EQ(bytes[3], c.family == 0 ? 0 : 80) << "port";
-        EXPECT_EQ(bytes[c.firstUntouched], 0xEE);
+        SCOPED_TRACE(&c - cases);
+        sockaddr_storage storage;
+        unsigned char* const bytes = reinterpret_cast<unsigned char*>(&storage);
+        memset(bytes, 0xEE, sizeof storage);
+        c.addr.InitSockAddr(reinterpret_cast<sockaddr*>(bytes), c.size, 0x1234);
+        EXPECT_EQ(storage.ss_family, c.family);
+        EXPECT_EQ(bytes[2] << 8 | bytes[3], c.family == 0 ? 0 : 0x1234);
+        EXPECT_EQ(hex(bytes + c.touchedSize - 1, 2).substr(2), "ee");
+        QorIpAddr back("9::9");
+        EXPECT_EQ(back.SetFromSockAddr(&storage), c.family != 0);
+        EXPECT_EQ(text(back), c.family == 0 ? "unset" : text(c.addr));
     }
+    QorIpAddr addr("1.2.3.4");
+    EXPECT_FALSE(addr.SetFromSockAddr(nullptr));
+    addr.InitSockAddr(nullptr, 16, 1);
 }
 
 TEST(QorIpAddr, FormatsWithinTheSize) {
@@ -206,18 +179,13 @@ TEST(QorIpAddr, FormatsWithinTheSize) {
         const unsigned int length = static_cast<unsigned int>(address.size());
         std::vector<char> out(length + 1, '#');
         const QorIpAddr addr(address.c_str());
-        EXPECT_FALSE(addr.GetStr(out.data(), 0));
+        EXPECT_FALSE(addr.GetStr(nullptr, 64) || addr.GetStr(out.data(), 0));
         EXPECT_EQ(out[0], '#');
         EXPECT_FALSE(addr.GetStr(out.data(), length));
         EXPECT_STREQ(out.data(), "");
         EXPECT_TRUE(addr.GetStr(out.data(), length + 1));
         EXPECT_EQ(out.data(), address);
-        EXPECT_FALSE(addr.GetStr(nullptr, 64));
     }
-    char out[] = "x";
-    EXPECT_FALSE(QorIpAddr().GetStr(out, sizeof out));
-    EXPECT_STREQ(out, "");
-    EXPECT_STREQ(QorIpAddr().GetStr(), "");
 }
 
 TEST(QorIpAddr, GivesEachCopyItsOwnText) {
@@ -241,33 +209,26 @@ TEST(QorIpAddr, GivesEachCopyItsOwnText) {
 
 // The length is taken unchecked; whatever it says, only the 16 bytes are read and written.
 TEST(QorIpAddr, StaysInsideItsBytesWhateverTheLength) {
-    const std::vector<unsigned char> sixteen{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    const Bytes bytes = unhex("0102030405060708090a0b0c0d0e0f10");
     for (const unsigned int length : {5U, 15U, 17U, 0xFFFFFFFFU}) {
         SCOPED_TRACE(length);
-        std::vector<unsigned char> bytes(sixteen);
-        bytes.resize(std::min(length, 17U), 17);
-        bytes.shrink_to_fit();
-        QorIpAddr addr(bytes.data(), length);
-        QorIpAddr copy(addr);
+        const Bytes exact(bytes.begin(), bytes.begin() + std::min(length, 16U));
+        QorIpAddr addr(exact.data(), length);
+        const QorIpAddr copy(addr);
         QorIpAddr assigned;
         assigned = addr;
         EXPECT_EQ(assigned.length, length);
         EXPECT_EQ(assigned[4], 5);
-        EXPECT_EQ(addr[16], 0);
-        EXPECT_EQ(addr[UINTPTR_MAX], 0);
-        EXPECT_FALSE(addr == copy);
-        EXPECT_FALSE(addr < copy);
+        EXPECT_EQ(addr[16] + addr[UINTPTR_MAX], 0);
+        EXPECT_FALSE(addr == copy || addr < copy || addr.IsConfigured() || addr.ConvertV6ToIpV4());
         EXPECT_TRUE(addr <= assigned);
-        EXPECT_FALSE(addr.IsConfigured());
         EXPECT_EQ(addr.GetIpV4Addr(), 0u);
         EXPECT_EQ(addr.GetAF(), 0);
         EXPECT_STREQ(addr.GetStr(), "");
-        EXPECT_FALSE(addr.ConvertV6ToIpV4());
     }
     EXPECT_EQ(QorIpAddr(nullptr, 4).length, 0u);
-    EXPECT_EQ(QorIpAddr("9.8.7.6")[4], 0);
-    EXPECT_EQ(QorIpAddr(sixteen.data(), 16)[15], 16);
-    QorIpAddr four(sixteen.data(), 16);
+    QorIpAddr four(bytes.data(), 16);
+    EXPECT_EQ(four[15], 16);
     four.length = 4;
     EXPECT_EQ(four[4], 5) << "the byte at the length is still given";
     EXPECT_EQ(four[5], 0);
