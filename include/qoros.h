@@ -4,8 +4,11 @@
  * threads.
  *
  * Plain functions that the product's programs call instead of the operating system. Unless a
- * declaration says otherwise they may be called from any thread, a truth value is 1 or 0, and a
- * failure leaves its cause in errno. No function takes a lock. Compiles as C11 and as C++17.
+ * declaration says otherwise they may be called from any thread, and a truth value is 1 or 0. Where
+ * the system refuses something the function that reports it leaves the cause in errno; a null
+ * argument and a time-out leave none. Only QorOsThreadBegin, QorOsThreadStart and QorOsThreadCancel
+ * take a lock, for as long as the system needs to start or cancel one thread; no other function
+ * does. Compiles as C11 and as C++17.
  */
 #pragma once
 
@@ -364,7 +367,8 @@ QOR_API void QorOsvvLogData(const QorOsLogRec* log, uint32_t level, const void* 
 /**
  * @name Threads
  * Detached POSIX threads. A handle is a 64-bit variable of the caller that holds the pthread_t of a
- * thread, or 0 for none. A thread that is to be stopped cooperatively polls a state word of the
+ * thread, or 0 for none. It says nothing once the thread has ended: the system may give the same
+ * value to a later thread. A thread that is to be stopped cooperatively polls a state word of the
  * caller: 0 not running, 1 running, 3 stop requested; when it reads 3 it finishes, sets the word to
  * 0 and returns. The word is accessed atomically here, so an atomic access there is free of races.
  * @{
@@ -378,12 +382,14 @@ typedef void (*QorOsThreadStopCallback)(uint64_t argument);
 
 /**
  * Starts a detached thread.
- * @param handle receives the handle when the call returns, 0 on failure
+ * @param handle receives the handle before `routine` runs, 0 on failure; the call does not touch it
+ *        once the thread runs
  * @param routine what the thread runs
  * @param stackSize in bytes, a size that the system refuses is ignored; 0 for the system's default
  *        or 256 KiB, whichever is less
  * @param argument passed to `routine`
- * @return 1 when it was started, otherwise 0; null for `handle` starts nothing
+ * @return 1 when it was started, otherwise 0, with the cause in errno; null for `handle` starts
+ *         nothing
  */
 QOR_API uint32_t QorOsThreadBegin(uint64_t* handle, QorOsThreadRoutine routine, uint32_t stackSize,
                                   void* argument);
@@ -392,16 +398,18 @@ QOR_API uint32_t QorOsThreadBegin(uint64_t* handle, QorOsThreadRoutine routine, 
 QOR_API __attribute__((noreturn)) void QorOsThreadEnd(void);
 
 /**
- * Cancels a thread, which ends at its next cancellation point.
- * @param handle set to 0 when the thread was cancelled and kept when it could not be; null and a
- *        handle of 0 do nothing
+ * Cancels a thread that QorOsThreadBegin or QorOsThreadStart started: it ends at its next
+ * cancellation point, which may be after this call. One that has ended, or that was started
+ * otherwise, is not touched, and an error is logged. The result shows in the handle only.
+ * @param handle set to 0 when the cancellation was requested and kept when it could not be; null
+ *        and a handle of 0 do nothing
  */
 QOR_API void QorOsThreadCancel(uint64_t* handle);
 
 /**
  * Starts a detached thread with the default stack unless its state word says that it runs.
- * @param handle receives the handle; 0 where the thread was running already; unchanged on failure;
- *        may be null
+ * @param handle receives the handle as from QorOsThreadBegin; 0 where the thread was running
+ * already; unchanged on failure; may be null
  * @param state the state word, set to 1 for a thread that starts and back to 0 where that fails;
  *        null starts a thread in any case
  * @return 1 when the thread was started or runs already, otherwise 0
@@ -410,8 +418,10 @@ QOR_API uint32_t QorOsThreadStart(uint64_t* handle, uint32_t* state, QorOsThread
                                   void* argument);
 
 /**
- * Stops a thread. With a handle variable, whatever it holds, the thread is cancelled and the state
- * word set to 0. Otherwise the state word is set to 3, and the call waits until it changes.
+ * Stops a thread. With a handle variable, whatever it holds, the thread is cancelled as by
+ * QorOsThreadCancel and the state word set to 0, without a wait for the thread's end. Otherwise a
+ * state word that is not 0 is set to 3, and the call waits until it changes; one that is 0 or
+ * becomes 0 meanwhile stays so.
  * @param handle of the thread; null to stop by the state word
  * @param state the state word, may be null
  * @param pollLimit how often to look, every 100 ms; 0 and below: practically without end. A thread

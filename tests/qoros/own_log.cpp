@@ -2,7 +2,9 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
-#include <sys/time.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <sys/shm.h>
 #include <syslog.h>
 
 #include <cstdarg>
@@ -12,16 +14,43 @@
 
 #include "private_ipc.h"
 
+namespace seams {
+
+std::atomic<Clock> clock{Clock::Real};
+std::atomic<int> attributesError{0};
+std::atomic<int> cancelError{0};
+std::atomic<int> attachError{0};
+std::atomic<int> removeError{0};
+std::atomic<int> cancels{0};
+int flushFlags = 0;
+std::function<int(const timeval&)> onSleep;
+std::function<void(const std::string&)> onSyslog;
+
+} // namespace seams
+
 namespace {
 
-enum class Clock { Real, Stopped, Broken };
-
-std::atomic<Clock> clockKind{Clock::Real};
 timeval stoppedAt;
-std::atomic<int> cancelError{0};
 std::string syslogText;
 
 const auto* const privateIpc = testing::AddGlobalTestEnvironment(new support::PrivateIpc);
+
+timeval realTime() {
+    timespec real{};
+    clock_gettime(CLOCK_REALTIME, &real);
+    return {real.tv_sec, static_cast<suseconds_t>(real.tv_nsec / 1000)};
+}
+
+int failWith(int error) {
+    errno = error;
+    return -1;
+}
+
+// The system's own function of that name.
+template <typename Function>
+Function* systems(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
 
 } // namespace
 
@@ -29,19 +58,24 @@ const auto* const privateIpc = testing::AddGlobalTestEnvironment(new support::Pr
 extern "C" {
 
 int gettimeofday(struct timeval* now, void*) {
-    if (clockKind == Clock::Broken) {
-        errno = EPERM;
+    errno = EIO; // a success may change it, too
+    if (seams::clock == seams::Clock::Broken) {
         return -1;
     }
-    if (clockKind == Clock::Stopped) {
-        *now = stoppedAt;
-        return 0;
+    *now = seams::clock == seams::Clock::Stopped ? stoppedAt : realTime();
+    return 0;
+}
+
+time_t time(time_t*) {
+    return seams::clock == seams::Clock::Stopped ? stoppedAt.tv_sec : realTime().tv_sec;
+}
+
+int select(int count, fd_set* in, fd_set* out, fd_set* except, struct timeval* limit) {
+    if (count == 0 && seams::onSleep) {
+        return seams::onSleep(*limit);
     }
-    timespec real;
-    const int result = clock_gettime(CLOCK_REALTIME, &real);
-    now->tv_sec = real.tv_sec;
-    now->tv_usec = static_cast<suseconds_t>(real.tv_nsec / 1000);
-    return result;
+    static auto* const real = systems<decltype(select)>("select");
+    return real(count, in, out, except, limit);
 }
 
 void openlog(const char* identity, int option, int facility) {
@@ -55,43 +89,54 @@ void syslog(int priority, const char* format, ...) {
     vsnprintf(body, sizeof body, format, arguments);
     va_end(arguments);
     syslogText += text("%d %s", priority, body);
+    if (seams::onSyslog) {
+        seams::onSyslog(body);
+    }
+    errno = EIO;
+}
+
+int pthread_attr_init(pthread_attr_t* attributes) {
+    const int error = seams::attributesError;
+    return error != 0 ? error
+                      : systems<decltype(pthread_attr_init)>("pthread_attr_init")(attributes);
 }
 
 int pthread_cancel(pthread_t thread) {
-    if (cancelError != 0) {
-        return cancelError;
+    ++seams::cancels;
+    const int error = seams::cancelError;
+    return error != 0 ? error : systems<decltype(pthread_cancel)>("pthread_cancel")(thread);
+}
+
+void* shmat(int id, const void* address, int flags) {
+    if (seams::attachError != 0) {
+        return reinterpret_cast<void*>(static_cast<intptr_t>(failWith(seams::attachError)));
     }
-    void* const real = dlsym(RTLD_NEXT, "pthread_cancel");
-    return reinterpret_cast<int (*)(pthread_t)>(real)(thread);
+    return systems<decltype(shmat)>("shmat")(id, address, flags);
+}
+
+int shmctl(int id, int command, struct shmid_ds* status) {
+    if (command == IPC_RMID && seams::removeError != 0) {
+        return failWith(seams::removeError);
+    }
+    return systems<decltype(shmctl)>("shmctl")(id, command, status);
+}
+
+int msync(void* address, size_t length, int flags) {
+    seams::flushFlags = flags;
+    return systems<decltype(msync)>("msync")(address, length, flags);
 }
 
 } // extern "C"
 
-namespace seams {
-
-void useRealClock() {
-    clockKind = Clock::Real;
-}
-
-void stopClockAt(int64_t seconds, int32_t microseconds) {
+void seams::stopClockAt(int64_t seconds, int32_t microseconds) {
     stoppedAt.tv_sec = seconds;
     stoppedAt.tv_usec = microseconds;
-    clockKind = Clock::Stopped;
+    clock = Clock::Stopped;
 }
 
-void breakClock() {
-    clockKind = Clock::Broken;
-}
-
-std::string takeSyslog() {
+std::string seams::takeSyslog() {
     return std::exchange(syslogText, "");
 }
-
-void failCancel(int error) {
-    cancelError = error;
-}
-
-} // namespace seams
 
 std::string standardOutput(const std::function<void()>& body) {
     testing::internal::CaptureStdout();
@@ -117,7 +162,7 @@ std::string text(const char* format, ...) {
 }
 
 void OwnLog::SetUp() {
-    seams::useRealClock();
+    seams::clock = seams::Clock::Real;
     log = QorOspLogNew();
     ASSERT_NE(log, nullptr) << "the control block could not be attached: " << strerror(errno);
     QorOsvSetLogLevel(log, QOR_LOG_STDOUT | QOR_LOG_FATAL | QOR_LOG_ERROR | QOR_LOG_TRACE |
@@ -127,6 +172,8 @@ void OwnLog::SetUp() {
 
 void OwnLog::TearDown() {
     pstLog = nullptr;
+    seams::onSleep = nullptr;
+    seams::onSyslog = nullptr;
     QorOsvResLogLevel(log, 0xFFFFFFFFu);
     QorOsvLogDelete(&log);
     EXPECT_EQ(log, nullptr);

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/time.h>
+
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -13,16 +16,30 @@
 namespace seams {
 
 // The clock that the library reads: the system's, one that stands still, or none at all.
-void useRealClock();
+enum class Clock { Real, Stopped, Broken };
+extern std::atomic<Clock> clock;
 void stopClockAt(int64_t seconds, int32_t microseconds);
-void breakClock();
+
+// Errors with which pthread_attr_init, pthread_cancel, shmat and the removal of a segment fail;
+// with 0 they work.
+extern std::atomic<int> attributesError;
+extern std::atomic<int> cancelError;
+extern std::atomic<int> attachError;
+extern std::atomic<int> removeError;
+
+// How often pthread_cancel was called, and the flags that msync got last.
+extern std::atomic<int> cancels;
+extern int flushFlags;
+
+// Stands in for a sleep; nothing sleeps then.
+extern std::function<int(const timeval&)> onSleep;
+
+// Sees each text that goes to syslog.
+extern std::function<void(const std::string&)> onSyslog;
 
 // What went to syslog since the last call: "open IDENTITY OPTION FACILITY" and "PRIORITY TEXT",
 // each on a line of its own.
 std::string takeSyslog();
-
-// Makes pthread_cancel fail with this error; 0 lets it work again.
-void failCancel(int error);
 
 } // namespace seams
 

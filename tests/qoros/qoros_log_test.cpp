@@ -121,7 +121,7 @@ TEST_F(QorOsLog, CutsTextsToTheirBuffers) {
 TEST(QorOsLogDeathTest, CutsACaptionOf243) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto write = [] {
-        seams::breakClock();
+        seams::clock = seams::Clock::Broken;
         QorOsLogRec* log = QorOspLogNew();
         QorOsvSetLogLevel(log, QOR_LOG_STDOUT | QOR_LOG_ERROR);
         const std::string shown = standardOutput([&] {
@@ -162,7 +162,7 @@ TEST_F(QorOsLog, StampsTheTimeByItsOwnCountOfYears) {
     ASSERT_EQ(setenv("TZ", "XYZ-2", 1), 0);
     tzset();
     EXPECT_EQ(standardOutput(write), "24-02-29 14:34:56,070 - x\n");
-    seams::breakClock();
+    seams::clock = seams::Clock::Broken;
     EXPECT_EQ(standardOutput(write), "24-02-29 14:34:56,070 - x\n");
     unsetenv("TZ");
     tzset();

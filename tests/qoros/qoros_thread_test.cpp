@@ -3,20 +3,29 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
-#include <thread>
+#include <utility>
+#include <vector>
 
 #include "child_process.h"
 #include "own_log.h"
 
 namespace {
 
-class QorOsThread : public OwnLog {};
+class QorOsThread : public OwnLog {
+protected:
+    void TearDown() override {
+        seams::attributesError = 0;
+        seams::cancelError = 0;
+        OwnLog::TearDown();
+    }
+};
 
-// What a started thread tells about itself.
+// What a started thread tells about itself. It finds its own handle and clears it.
 struct Report {
     support::Gate made;
+    uint64_t handle = 7;
+    uint64_t found = 0;
     pthread_t self;
     std::size_t stack = 0;
     bool detached = true;
@@ -24,6 +33,7 @@ struct Report {
 
 void* report(void* argument) {
     auto* const told = static_cast<Report*>(argument);
+    told->found = std::exchange(told->handle, 0u);
     told->self = pthread_self();
 #if defined(__APPLE__)
     told->stack = pthread_get_stacksize_np(pthread_self());
@@ -40,9 +50,174 @@ void* report(void* argument) {
     return nullptr;
 }
 
+TEST_F(QorOsThread, BeginsWithABoundedStackAndKnowsItsHandle) {
+    struct Case {
+        const char* name;
+        int64_t stackSize; // -1: started by QorOsThreadStart
+        std::size_t least;
+        std::size_t most;
+    };
+    const Case cases[] = {
+        {"default", 0, 1, 0x40000},
+        {"as given", 0x100000, 0x100000, 0x100000},
+        {"refused: the system's default", 1, 0x40001, SIZE_MAX},
+        {"started", -1, 1, 0x40000},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Report told;
+        expectMessages("TRACE QorOsThreadBegin: ok (" + pidTid() + "\n", [&] {
+            const uint32_t size = static_cast<uint32_t>(c.stackSize);
+            EXPECT_EQ(c.stackSize < 0 ? QorOsThreadStart(&told.handle, nullptr, report, &told)
+                                      : QorOsThreadBegin(&told.handle, report, size, &told),
+                      1u);
+        });
+        ASSERT_TRUE(told.made.wait());
+        EXPECT_EQ(memcmp(&told.found, &told.self, sizeof told.found), 0);
+        EXPECT_EQ(told.handle, 0u) << "written after the thread had begun";
+        EXPECT_GE(told.stack, c.least);
+        EXPECT_LE(told.stack, c.most);
+        EXPECT_TRUE(told.detached);
+    }
+    EXPECT_EQ(QorOsThreadBegin(nullptr, report, 0, nullptr), 0u);
+}
+
+TEST_F(QorOsThread, TellsWhyNoneBegins) {
+    const auto expectNone = [](int error, const std::string& message) {
+        uint64_t handle = 7;
+        uint64_t kept = 7;
+        uint32_t state = 0;
+        const std::string line = message + errorText(error) + " " + pidTid() + "\n";
+        expectMessages(line + line, [&] {
+            EXPECT_EQ(QorOsThreadBegin(&handle, report, 0, nullptr), 0u);
+            EXPECT_EQ(std::exchange(errno, 0), error);
+            EXPECT_EQ(QorOsThreadStart(&kept, &state, report, nullptr), 0u);
+            EXPECT_EQ(errno, error);
+        });
+        EXPECT_EQ(handle, 0u);
+        EXPECT_EQ(kept, 7u);
+        EXPECT_EQ(state, 0u);
+    };
+    seams::attributesError = ENOMEM;
+    expectNone(ENOMEM, "ERROR QorOsThreadBegin: init failed ");
+    seams::attributesError = 0;
+    // An unprivileged process that may have no more threads.
+    support::ChildProcess poor([&] {
+        const rlimit none{0, 0};
+        ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+        ASSERT_TRUE(getuid() != 0 || setuid(65534) == 0);
+        expectNone(EAGAIN, "ERROR QorOsThreadBegin: failed ");
+    });
+    EXPECT_EQ(poor.wait(), 0);
+}
+
+TEST_F(QorOsThread, EndsWithTheValueOne) {
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, nullptr, [](void*) -> void* { QorOsThreadEnd(); }, nullptr),
+              0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(result), 1u);
+}
+
+std::string cancelFailed(int error) {
+    return "ERROR QorOsThreadCancel: failed " + errorText(error) + " " + pidTid() + "\n";
+}
+
+// Waits until the system is no longer asked to cancel a thread; one that is still there is spared.
+bool ends(uint64_t handle) {
+    seams::cancelError = EBUSY;
+    bool ended = false;
+    testing::internal::CaptureStdout();
+    for (int i = 0; !ended && i < 10000; ++i) {
+        const int before = seams::cancels;
+        usleep(i == 0 ? 0 : 1000);
+        QorOsThreadCancel(&handle);
+        ended = seams::cancels == before;
+    }
+    testing::internal::GetCapturedStdout();
+    seams::cancelError = 0;
+    return ended;
+}
+
+void* blockUntilCancelled(void* started) {
+    static_cast<support::Gate*>(started)->open();
+    for (;;) {
+        pthread_testcancel();
+        sched_yield();
+    }
+}
+
+TEST_F(QorOsThread, CancelsAndForgets) {
+    support::Gate started;
+    uint64_t handle = 0;
+    QorOsThreadCancel(nullptr);
+    expectMessages("", [&] { QorOsThreadCancel(&handle); });
+    ASSERT_EQ(QorOsThreadStart(&handle, nullptr, blockUntilCancelled, &started), 1u);
+    ASSERT_TRUE(started.wait());
+    const uint64_t begun = handle;
+
+    seams::cancelError = EPERM;
+    expectMessages(cancelFailed(EPERM), [&] { QorOsThreadCancel(&handle); });
+    EXPECT_EQ(handle, begun);
+    seams::cancelError = 0;
+    support::ChildProcess forked([&] { // it has no such thread
+        expectMessages(cancelFailed(ESRCH), [&] { QorOsThreadCancel(&handle); });
+    });
+    EXPECT_EQ(forked.wait(), 0);
+
+    uint32_t state = 1;
+    expectMessages(
+        text("TRACE QorOsThreadStop(%lu=): do thread cancel\n"
+             "TRACE QorOsThreadCancel: hndl=%p (%s\n",
+             static_cast<unsigned long>(begun), reinterpret_cast<void*>(begun), pidTid().c_str()),
+        [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, nullptr), 1u); });
+    EXPECT_EQ(handle, 0u);
+    EXPECT_EQ(state, 0u);
+    EXPECT_TRUE(ends(begun));
+
+    state = 1; // a handle variable decides, whatever it holds
+    expectMessages("TRACE QorOsThreadStop(0=w): do thread cancel\n",
+                   [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), 1u); });
+    EXPECT_EQ(state, 0u);
+}
+
+void* pass(void* gate) {
+    static_cast<support::Gate*>(gate)->wait();
+    return nullptr;
+}
+
+void* passAndEnd(void* mayEnd) {
+    pass(mayEnd);
+    QorOsThreadEnd();
+}
+
+TEST_F(QorOsThread, CancelsNoThreadThatHasEnded) {
+    QorOsvResLogLevel(log, QOR_LOG_TRACE);
+    support::Gate mayEnd;
+    std::vector<uint64_t> handles(200); // more than whose stacks the system keeps
+    for (uint64_t& handle : handles) {
+        const bool returns = &handle == handles.data();
+        ASSERT_EQ(QorOsThreadBegin(&handle, returns ? pass : passAndEnd, 0, &mayEnd), 1u);
+    }
+    for (std::size_t i = 0; i < handles.size(); ++i) {
+        mayEnd.open();
+    }
+    for (const uint64_t handle : handles) {
+        ASSERT_TRUE(ends(handle));
+    }
+    for (const uint64_t ended : handles) {
+        uint64_t handle = ended;
+        expectMessages(cancelFailed(ESRCH), [&] { QorOsThreadCancel(&handle); });
+        EXPECT_EQ(handle, ended);
+    }
+}
+
 // A worker that ends when its state word asks for it.
 struct Worker {
     uint32_t state = 0;
+    uint32_t seen = 0; // by the stop callback
     support::Gate started;
     support::Gate mayLook;
     support::Gate ended;
@@ -60,113 +235,10 @@ void* obey(void* argument) {
     return nullptr;
 }
 
-void letLook(uint64_t worker) {
-    reinterpret_cast<Worker*>(worker)->mayLook.open();
-}
-
-TEST_F(QorOsThread, BeginsWithABoundedStack) {
-    struct Case {
-        const char* name;
-        uint32_t stackSize;
-        std::size_t least;
-        std::size_t most;
-    };
-    const Case cases[] = {
-        {"default", 0, 1, 0x40000},
-        {"as given", 0x100000, 0x100000, 0x100000},
-        {"refused: the system's default", 1, 0x40001, SIZE_MAX},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Report told;
-        uint64_t handle = 0;
-        EXPECT_EQ(
-            messages([&] { EXPECT_EQ(QorOsThreadBegin(&handle, report, c.stackSize, &told), 1u); }),
-            "TRACE QorOsThreadBegin: ok (" + pidTid() + "\n");
-        ASSERT_TRUE(told.made.wait());
-        EXPECT_EQ(memcmp(&handle, &told.self, sizeof handle), 0);
-        EXPECT_GE(told.stack, c.least);
-        EXPECT_LE(told.stack, c.most);
-        EXPECT_TRUE(told.detached);
-    }
-    EXPECT_EQ(QorOsThreadBegin(nullptr, report, 0, nullptr), 0u);
-}
-
-TEST_F(QorOsThread, TellsWhyNoneBegins) {
-    // An unprivileged process that may have no more threads.
-    support::ChildProcess poor([] {
-        const rlimit none{0, 0};
-        ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
-        ASSERT_TRUE(getuid() != 0 || setuid(65534) == 0);
-        uint64_t handle = 7;
-        uint64_t kept = 7;
-        uint32_t state = 0;
-        const std::string failed =
-            "ERROR QorOsThreadBegin: failed " + errorText(EAGAIN) + " " + pidTid() + "\n";
-        expectMessages(failed + failed, [&] {
-            EXPECT_EQ(QorOsThreadBegin(&handle, report, 0, nullptr), 0u);
-            EXPECT_EQ(QorOsThreadStart(&kept, &state, report, nullptr), 0u);
-        });
-        EXPECT_EQ(handle, 0u);
-        EXPECT_EQ(kept, 7u);
-        EXPECT_EQ(state, 0u);
-    });
-    EXPECT_EQ(poor.wait(), 0);
-}
-
-TEST_F(QorOsThread, EndsWithTheValueOne) {
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, nullptr, [](void*) -> void* { QorOsThreadEnd(); }, nullptr),
-              0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(result), 1u);
-}
-
-TEST_F(QorOsThread, CancelsAndForgets) {
-    support::Gate unwound;
-    support::Gate started;
-    support::Gate* gates[] = {&started, &unwound};
-    uint64_t handle = 0;
-    const auto block = [](void* argument) -> void* {
-        auto** const both = static_cast<support::Gate**>(argument);
-        pthread_cleanup_push([](void* gate) { static_cast<support::Gate*>(gate)->open(); },
-                             both[1]);
-        both[0]->open();
-        for (;;) {
-            pthread_testcancel();
-            sched_yield();
-        }
-        pthread_cleanup_pop(0);
-        return nullptr;
-    };
-    QorOsThreadCancel(nullptr);
-    expectMessages("", [&] { QorOsThreadCancel(&handle); });
-    ASSERT_EQ(QorOsThreadStart(&handle, nullptr, block, gates), 1u);
-    ASSERT_TRUE(started.wait());
-    const uint64_t begun = handle;
-
-    seams::failCancel(ESRCH);
-    expectMessages("ERROR QorOsThreadCancel: failed " + errorText(ESRCH) + " " + pidTid() + "\n",
-                   [&] { QorOsThreadCancel(&handle); });
-    EXPECT_EQ(handle, begun);
-    seams::failCancel(0);
-
-    uint32_t state = 1;
-    expectMessages(
-        text("TRACE QorOsThreadStop(%lu=): do thread cancel\n"
-             "TRACE QorOsThreadCancel: hndl=%p (%s\n",
-             static_cast<unsigned long>(begun), reinterpret_cast<void*>(begun), pidTid().c_str()),
-        [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, nullptr), 1u); });
-    EXPECT_EQ(handle, 0u);
-    EXPECT_EQ(state, 0u);
-    EXPECT_TRUE(unwound.wait());
-
-    state = 1; // a handle variable decides, whatever it holds
-    expectMessages("TRACE QorOsThreadStop(0=w): do thread cancel\n",
-                   [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), 1u); });
-    EXPECT_EQ(state, 0u);
+void letLook(uint64_t address) {
+    auto* const worker = reinterpret_cast<Worker*>(address);
+    worker->seen = __atomic_load_n(&worker->state, __ATOMIC_ACQUIRE);
+    worker->mayLook.open();
 }
 
 TEST_F(QorOsThread, StartsOnceAndStopsByTheStateWord) {
@@ -176,98 +248,105 @@ TEST_F(QorOsThread, StartsOnceAndStopsByTheStateWord) {
     EXPECT_NE(handle, 0u);
     ASSERT_TRUE(worker.started.wait());
     EXPECT_EQ(__atomic_load_n(&worker.state, __ATOMIC_ACQUIRE), 1u);
-
-    // It runs: nothing starts, and the handle is none.
-    expectMessages("", [&] {
-        EXPECT_EQ(QorOsThreadStart(&handle, &worker.state, obey, &worker), 1u);
-        EXPECT_EQ(QorOsThreadStart(nullptr, &worker.state, obey, &worker), 1u);
-    });
-    EXPECT_EQ(handle, 0u);
-
-    const uint64_t address = reinterpret_cast<uint64_t>(&worker);
     expectMessages("TRACE QorOsThreadStop: do thread w stop\n"
                    "TRACE QorOsThreadStop: thread w is stopped\n",
                    [&] {
-                       EXPECT_EQ(
-                           QorOsThreadStop(nullptr, &worker.state, 300, letLook, address, "w"), 1u);
+                       EXPECT_EQ(QorOsThreadStop(nullptr, &worker.state, 300, letLook,
+                                                 reinterpret_cast<uint64_t>(&worker), "w"),
+                                 1u);
                    });
+    EXPECT_EQ(worker.seen, 3u);
     EXPECT_TRUE(worker.ended.wait());
     EXPECT_EQ(__atomic_load_n(&worker.state, __ATOMIC_ACQUIRE), 0u);
 
-    // No limit, and a worker that looks only later.
-    ASSERT_EQ(QorOsThreadStart(nullptr, &worker.state, obey, &worker), 1u);
-    ASSERT_TRUE(worker.started.wait());
-    worker.mayLook.open();
-    EXPECT_EQ(QorOsThreadStop(nullptr, &worker.state, 0, nullptr, 0, nullptr), 1u);
-    EXPECT_TRUE(worker.ended.wait());
+    // A thread that runs or is asked to stop: nothing starts, and the handle is none.
+    for (uint32_t state : {1u, 3u}) {
+        const uint32_t before = state;
+        handle = 7;
+        expectMessages("", [&] {
+            EXPECT_EQ(QorOsThreadStart(&handle, &state, obey, &worker), 1u);
+            EXPECT_EQ(QorOsThreadStart(nullptr, &state, obey, &worker), 1u);
+        });
+        EXPECT_EQ(handle, 0u);
+        EXPECT_EQ(state, before);
+    }
 }
 
 void count(uint64_t counter) {
     ++*reinterpret_cast<int*>(counter);
 }
 
-TEST_F(QorOsThread, StopsWaitingAtThePollLimit) {
-    uint32_t state = 1;
-    int called = 0;
-    const auto stop = [&](int32_t limit) {
-        return QorOsThreadStop(nullptr, &state, limit, count, reinterpret_cast<uint64_t>(&called),
-                               "w");
-    };
-    for (const int32_t limit : {1, 5}) {
-        SCOPED_TRACE(limit);
-        const auto begin = std::chrono::steady_clock::now();
-        expectMessages(text("TRACE QorOsThreadStop: do thread w stop\n"
-                            "INFO  QorOsThreadStop: w timed out (%d ms)\n"
-                            "TRACE QorOsThreadStop: thread w is stopped\n",
-                            limit * 100),
-                       [&] { EXPECT_EQ(stop(limit), 0u); });
-        const auto waited = std::chrono::steady_clock::now() - begin;
-        EXPECT_GE(waited, std::chrono::milliseconds(limit * 100));
-        EXPECT_LT(waited, std::chrono::milliseconds(limit * 100 + 400));
-        EXPECT_EQ(state, 3u);
-    }
-    EXPECT_EQ(called, 2);
-
-    state = 0;
-    expectMessages("TRACE QorOsThreadStop: thread w is stopped\n", [&] { EXPECT_EQ(stop(1), 1u); });
-    EXPECT_EQ(called, 2) << "there was nobody to wake";
-    expectMessages("ERROR QorOsThreadStop: !!! w parameter are missing !!!\n",
-                   [&] { EXPECT_EQ(QorOsThreadStop(nullptr, nullptr, 1, count, 0, "w"), 1u); });
-}
-
-void answerSoon(uint64_t state) {
-    std::thread([state] {
-        QorOsSleep(20);
-        __atomic_store_n(reinterpret_cast<uint32_t*>(state), 0u, __ATOMIC_RELEASE);
-    }).detach();
-}
-
-TEST_F(QorOsThread, TakesAnAnswerDuringTheLastPollForATimeOut) {
+TEST_F(QorOsThread, PollsForAnAnswerUpToTheLimit) {
     struct Case {
+        const char* name;
         int32_t limit;
+        int answered; // during which poll
         uint32_t result;
+        int polls;
     };
-    for (const Case& c : {Case{1, 0}, Case{100, 1}, Case{-1, 1}}) {
-        SCOPED_TRACE(c.limit);
-        static uint32_t state;
-        __atomic_store_n(&state, 1u, __ATOMIC_RELAXED);
-        EXPECT_EQ(QorOsThreadStop(nullptr, &state, c.limit, answerSoon,
-                                  reinterpret_cast<uint64_t>(&state), "w"),
-                  c.result);
-        while (__atomic_load_n(&state, __ATOMIC_ACQUIRE) != 0) {
-            sched_yield();
-        }
+    const Case cases[] = {
+        {"never", 5, 0, 0, 5},
+        {"during the last poll", 2, 2, 0, 2},
+        {"before the last poll", 2, 1, 1, 1},
+        {"no limit", 0, 3, 1, 3},
+        {"nearly no limit", -1, 3, 1, 3},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        uint32_t state = 1;
+        int polls = 0;
+        int called = 0;
+        seams::onSleep = [&](const timeval& duration) {
+            EXPECT_EQ(duration.tv_sec, 0);
+            EXPECT_EQ(duration.tv_usec, 100000);
+            state = ++polls == c.answered ? 0 : state;
+            return 0;
+        };
+        const std::string timeOut =
+            text("INFO  QorOsThreadStop: w timed out (%d ms)\n", c.limit * 100);
+        expectMessages("TRACE QorOsThreadStop: do thread w stop\n" +
+                           (c.result == 0 ? timeOut : "") +
+                           "TRACE QorOsThreadStop: thread w is stopped\n",
+                       [&] {
+                           EXPECT_EQ(QorOsThreadStop(nullptr, &state, c.limit, count,
+                                                     reinterpret_cast<uint64_t>(&called), "w"),
+                                     c.result);
+                       });
+        EXPECT_EQ(polls, c.polls);
+        EXPECT_EQ(called, 1);
+        EXPECT_EQ(state, c.answered == 0 ? 3u : 0u);
     }
+}
+
+TEST_F(QorOsThread, LeavesAThreadAloneThatStopsByItself) {
+    uint32_t state = 0;
+    int called = 0;
+    const auto stop = [&](uint32_t* word) {
+        return QorOsThreadStop(nullptr, word, 1, count, reinterpret_cast<uint64_t>(&called), "w");
+    };
+    expectMessages("TRACE QorOsThreadStop: thread w is stopped\n",
+                   [&] { EXPECT_EQ(stop(&state), 1u); });
+    expectMessages("ERROR QorOsThreadStop: !!! w parameter are missing !!!\n",
+                   [&] { EXPECT_EQ(stop(nullptr), 1u); });
+    EXPECT_EQ(called, 0) << "there was nobody to wake";
+
+    // It ends between the look at its word and the request.
+    QorOsvResLogLevel(log, QOR_LOG_STDOUT);
+    seams::onSyslog = [&](const std::string& message) {
+        state = message == "TRACE QorOsThreadStop: do thread w stop\n" ? 0 : state;
+    };
+    state = 1;
+    EXPECT_EQ(stop(&state), 1u);
+    EXPECT_EQ(state, 0u) << "a stop request stands over the end";
+    EXPECT_EQ(called, 1);
 }
 
 int firstRan = 0;
 int secondRan = 0;
 
 TEST_F(QorOsThread, CallsOnceForTheWholeProcess) {
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(QorOsCallOnce([] { ++firstRan; }), 0);
-        EXPECT_EQ(QorOsCallOnce([] { ++secondRan; }), 0);
-    }
+    EXPECT_EQ(QorOsCallOnce([] { ++firstRan; }), 0);
+    EXPECT_EQ(QorOsCallOnce([] { ++secondRan; }), 0);
     EXPECT_EQ(firstRan, 1);
     EXPECT_EQ(secondRan, 0);
 }

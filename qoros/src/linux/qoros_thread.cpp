@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-#include <cstring>
+#include "qoros_threadlist.h"
 
 namespace {
 
@@ -15,21 +15,6 @@ constexpr uint32_t dPollMilliseconds = 100;
 constexpr uint32_t dNotRunning = 0;
 constexpr uint32_t dRunning = 1;
 constexpr uint32_t dStopRequested = 3;
-
-// A handle is a pthread_t in 64 bits, be it a number or a pointer.
-static_assert(sizeof(pthread_t) == sizeof(uint64_t), "a handle holds a pthread_t");
-
-uint64_t dHandleOf(pthread_t thread) {
-    uint64_t dHandle;
-    memcpy(&dHandle, &thread, sizeof dHandle);
-    return dHandle;
-}
-
-pthread_t threadOf(uint64_t dHandle) {
-    pthread_t thread;
-    memcpy(&thread, &dHandle, sizeof thread);
-    return thread;
-}
 
 // The thread reads and writes its state word too.
 uint32_t dLoadState(const uint32_t* pdState) {
@@ -99,6 +84,29 @@ uint32_t dStopByState(uint32_t* pdState, int32_t dPollLimit, QorOsThreadStopCall
     return fStopped ? 1 : 0;
 }
 
+// Returns 0 or the error. The handle is written only on success, and before the thread runs.
+int dBegin(uint64_t* pdHandle, QorOsThreadRoutine routine, uint32_t dStackSize, void* pvArgument) {
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error != 0) {
+        QOROS_LOG(QOR_LOG_ERROR, "ERROR QorOsThreadBegin: init failed (%d=%s pid=%u tid=%ld)",
+                  error, ErrorText(error).cpsz(), dProcessId(), dThreadId());
+        return error;
+    }
+    vSetStackSize(&attributes, dStackSize);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    error = dStartListed(pdHandle, &attributes, routine, pvArgument);
+    pthread_attr_destroy(&attributes);
+    if (error != 0) {
+        QOROS_LOG(QOR_LOG_ERROR, "ERROR QorOsThreadBegin: failed (%d=%s pid=%u tid=%ld)", error,
+                  ErrorText(error).cpsz(), dProcessId(), dThreadId());
+        return error;
+    }
+    QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsThreadBegin: ok (pid=%u tid=%ld)", dProcessId(),
+              dThreadId());
+    return 0;
+}
+
 } // namespace
 
 uint32_t QorOsThreadBegin(uint64_t* handle, QorOsThreadRoutine routine, uint32_t stackSize,
@@ -106,28 +114,13 @@ uint32_t QorOsThreadBegin(uint64_t* handle, QorOsThreadRoutine routine, uint32_t
     if (handle == nullptr) {
         return 0;
     }
+    const int error = dBegin(handle, routine, stackSize, argument);
+    if (error == 0) {
+        return 1;
+    }
     *handle = 0;
-    pthread_attr_t attributes;
-    int error = pthread_attr_init(&attributes);
-    if (error != 0) {
-        QOROS_LOG(QOR_LOG_ERROR, "ERROR QorOsThreadBegin: init failed (%d=%s pid=%u tid=%ld)",
-                  error, ErrorText(error).cpsz(), dProcessId(), dThreadId());
-        return 0;
-    }
-    vSetStackSize(&attributes, stackSize);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread;
-    error = pthread_create(&thread, &attributes, routine, argument);
-    pthread_attr_destroy(&attributes);
-    if (error != 0) {
-        QOROS_LOG(QOR_LOG_ERROR, "ERROR QorOsThreadBegin: failed (%d=%s pid=%u tid=%ld)", error,
-                  ErrorText(error).cpsz(), dProcessId(), dThreadId());
-        return 0;
-    }
-    *handle = dHandleOf(thread);
-    QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsThreadBegin: ok (pid=%u tid=%ld)", dProcessId(),
-              dThreadId());
-    return 1;
+    errno = error;
+    return 0;
 }
 
 void QorOsThreadEnd() {
@@ -138,7 +131,7 @@ void QorOsThreadCancel(uint64_t* handle) {
     if (handle == nullptr || *handle == 0) {
         return;
     }
-    const int error = pthread_cancel(threadOf(*handle));
+    const int error = dCancelListed(*handle);
     if (error != 0) {
         QOROS_LOG(QOR_LOG_ERROR, "ERROR QorOsThreadCancel: failed (%d=%s pid=%u tid=%ld)", error,
                   ErrorText(error).cpsz(), dProcessId(), dThreadId());
@@ -151,20 +144,22 @@ void QorOsThreadCancel(uint64_t* handle) {
 
 uint32_t QorOsThreadStart(uint64_t* handle, uint32_t* state, QorOsThreadRoutine routine,
                           void* argument) {
-    // Kept: for a thread that runs already the handle is overwritten, with none.
-    uint64_t started = 0;
-    if (state == nullptr || fClaim(state)) {
-        if (QorOsThreadBegin(&started, routine, 0, argument) == 0) {
-            if (state != nullptr) {
-                vStoreState(state, dNotRunning);
-            }
-            return 0;
+    if (state != nullptr && !fClaim(state)) {
+        if (handle != nullptr) {
+            *handle = 0; // kept: a thread that runs already is not known here
         }
+        return 1;
     }
-    if (handle != nullptr) {
-        *handle = started;
+    uint64_t unused = 0;
+    const int error = dBegin(handle != nullptr ? handle : &unused, routine, 0, argument);
+    if (error == 0) {
+        return 1;
     }
-    return 1;
+    if (state != nullptr) {
+        vStoreState(state, dNotRunning);
+    }
+    errno = error;
+    return 0;
 }
 
 uint32_t QorOsThreadStop(uint64_t* handle, uint32_t* state, int32_t pollLimit,
