@@ -10,41 +10,14 @@
 #include <cstdarg>
 #include <cstring>
 #include <regex>
-#include <utility>
 
 #include "private_ipc.h"
-
-namespace seams {
-
-std::atomic<Clock> clock{Clock::Real};
-std::atomic<int> attributesError{0};
-std::atomic<int> cancelError{0};
-std::atomic<int> attachError{0};
-std::atomic<int> removeError{0};
-std::atomic<int> cancels{0};
-int flushFlags = 0;
-std::function<int(const timeval&)> onSleep;
-std::function<void(const std::string&)> onSyslog;
-
-} // namespace seams
 
 namespace {
 
 timeval stoppedAt;
-std::string syslogText;
 
 const auto* const privateIpc = testing::AddGlobalTestEnvironment(new support::PrivateIpc);
-
-timeval realTime() {
-    timespec real{};
-    clock_gettime(CLOCK_REALTIME, &real);
-    return {real.tv_sec, static_cast<suseconds_t>(real.tv_nsec / 1000)};
-}
-
-int failWith(int error) {
-    errno = error;
-    return -1;
-}
 
 // The system's own function of that name.
 template <typename Function>
@@ -55,31 +28,29 @@ Function* systems(const char* name) {
 } // namespace
 
 // The library's objects are linked into this program, so that these stand in for the system's.
-extern "C" {
-
-int gettimeofday(struct timeval* now, void*) {
-    errno = EIO; // a success may change it, too
-    if (seams::clock == seams::Clock::Broken) {
-        return -1;
-    }
-    *now = seams::clock == seams::Clock::Stopped ? stoppedAt : realTime();
-    return 0;
-}
-
-time_t time(time_t*) {
-    return seams::clock == seams::Clock::Stopped ? stoppedAt.tv_sec : realTime().tv_sec;
-}
-
 int select(int count, fd_set* in, fd_set* out, fd_set* except, struct timeval* limit) {
     if (count == 0 && seams::onSleep) {
         return seams::onSleep(*limit);
     }
-    static auto* const real = systems<decltype(select)>("select");
-    return real(count, in, out, except, limit);
+    return systems<decltype(select)>("select")(count, in, out, except, limit);
+}
+
+extern "C" {
+
+int gettimeofday(struct timeval* now, void*) {
+    const int result = systems<int(timeval*, void*)>("gettimeofday")(now, nullptr);
+    *now = seams::clock == seams::Clock::Stopped ? stoppedAt : *now;
+    errno = EIO; // a success may change it, too
+    return seams::clock == seams::Clock::Broken ? -1 : result;
+}
+
+time_t time(time_t*) {
+    return seams::clock == seams::Clock::Stopped ? stoppedAt.tv_sec
+                                                 : systems<time_t(time_t*)>("time")(nullptr);
 }
 
 void openlog(const char* identity, int option, int facility) {
-    syslogText += text("open %s %d %d\n", identity, option, facility);
+    seams::syslogText += text("open %s %d %d\n", identity, option, facility);
 }
 
 void syslog(int priority, const char* format, ...) {
@@ -88,17 +59,11 @@ void syslog(int priority, const char* format, ...) {
     va_start(arguments, format);
     vsnprintf(body, sizeof body, format, arguments);
     va_end(arguments);
-    syslogText += text("%d %s", priority, body);
+    seams::syslogText += text("%d %s", priority, body);
     if (seams::onSyslog) {
         seams::onSyslog(body);
     }
     errno = EIO;
-}
-
-int pthread_attr_init(pthread_attr_t* attributes) {
-    const int error = seams::attributesError;
-    return error != 0 ? error
-                      : systems<decltype(pthread_attr_init)>("pthread_attr_init")(attributes);
 }
 
 int pthread_cancel(pthread_t thread) {
@@ -108,17 +73,14 @@ int pthread_cancel(pthread_t thread) {
 }
 
 void* shmat(int id, const void* address, int flags) {
-    if (seams::attachError != 0) {
-        return reinterpret_cast<void*>(static_cast<intptr_t>(failWith(seams::attachError)));
-    }
-    return systems<decltype(shmat)>("shmat")(id, address, flags);
+    errno = seams::attachError;
+    return errno != 0 ? reinterpret_cast<void*>(intptr_t{-1})
+                      : systems<decltype(shmat)>("shmat")(id, address, flags);
 }
 
 int shmctl(int id, int command, struct shmid_ds* status) {
-    if (command == IPC_RMID && seams::removeError != 0) {
-        return failWith(seams::removeError);
-    }
-    return systems<decltype(shmctl)>("shmctl")(id, command, status);
+    errno = command == IPC_RMID ? seams::removeError : 0;
+    return errno != 0 ? -1 : systems<decltype(shmctl)>("shmctl")(id, command, status);
 }
 
 int msync(void* address, size_t length, int flags) {
@@ -134,22 +96,10 @@ void seams::stopClockAt(int64_t seconds, int32_t microseconds) {
     clock = Clock::Stopped;
 }
 
-std::string seams::takeSyslog() {
-    return std::exchange(syslogText, "");
-}
-
 std::string standardOutput(const std::function<void()>& body) {
     testing::internal::CaptureStdout();
     body();
     return testing::internal::GetCapturedStdout();
-}
-
-std::string pidTid() {
-    return text("pid=%u tid=%ld)", dProcessId(), dThreadId());
-}
-
-std::string errorText(int error) {
-    return text("(%d=%s", error, strerror(error));
 }
 
 std::string text(const char* format, ...) {
@@ -172,6 +122,7 @@ void OwnLog::SetUp() {
 
 void OwnLog::TearDown() {
     pstLog = nullptr;
+    seams::cancelError = seams::attachError = seams::removeError = 0;
     seams::onSleep = nullptr;
     seams::onSyslog = nullptr;
     QorOsvResLogLevel(log, 0xFFFFFFFFu);

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <chrono>
 
 #include "own_log.h"
@@ -101,20 +99,6 @@ TEST(QorOsBaseDeathTest, StopsWithoutAClock) {
             setTimespec(&deadline, 1);
         },
         "qoros/src/linux/qoros.cpp.* setTimespec.*\"error getting time\" == NULL");
-}
-
-// A process counts from its first log object on, hence the fresh one.
-TEST(QorOsBaseDeathTest, CountsUpTimeFromTheFirstLogObject) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto count = [] {
-        seams::stopClockAt(100, 0);
-        QorOsLogRec* log = QorOspLogNew();
-        seams::stopClockAt(107, 0);
-        const int64_t up = QorOsGetUpTime();
-        QorOsInit(); // only the first call counts
-        _exit(log != nullptr && up == 7 && QorOsGetUpTime() == 7 ? 0 : 1);
-    };
-    EXPECT_EXIT(count(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -12,21 +12,14 @@
 
 namespace {
 
-class QorOsThread : public OwnLog {
-protected:
-    void TearDown() override {
-        seams::attributesError = 0;
-        seams::cancelError = 0;
-        OwnLog::TearDown();
-    }
-};
+class QorOsThread : public OwnLog {};
 
 // What a started thread tells about itself. It finds its own handle and clears it.
 struct Report {
     support::Gate made;
     uint64_t handle = 7;
     uint64_t found = 0;
-    pthread_t self;
+    pthread_t self{};
     std::size_t stack = 0;
     bool detached = true;
 };
@@ -48,6 +41,26 @@ void* report(void* argument) {
 #endif
     told->made.open();
     return nullptr;
+}
+
+std::string cancelFailed(int error) {
+    return "ERROR QorOsThreadCancel: failed " + errorText(error) + " " + pidTid() + "\n";
+}
+
+// Waits until the system is no longer asked to cancel a thread; one that is still there is spared.
+bool ends(uint64_t handle) {
+    seams::cancelError = EBUSY;
+    bool ended = false;
+    standardOutput([&] {
+        for (int i = 0; !ended && i < 10000; ++i) {
+            const int before = seams::cancels;
+            QorOsThreadCancel(&handle);
+            ended = seams::cancels == before;
+            usleep(ended ? 0 : 1000);
+        }
+    });
+    seams::cancelError = 0;
+    return ended;
 }
 
 TEST_F(QorOsThread, BeginsWithABoundedStackAndKnowsItsHandle) {
@@ -78,71 +91,36 @@ TEST_F(QorOsThread, BeginsWithABoundedStackAndKnowsItsHandle) {
         EXPECT_GE(told.stack, c.least);
         EXPECT_LE(told.stack, c.most);
         EXPECT_TRUE(told.detached);
+        EXPECT_TRUE(ends(told.found));
     }
     EXPECT_EQ(QorOsThreadBegin(nullptr, report, 0, nullptr), 0u);
 }
 
 TEST_F(QorOsThread, TellsWhyNoneBegins) {
-    const auto expectNone = [](int error, const std::string& message) {
+    // An unprivileged process that may have no more threads.
+    support::ChildProcess poor([] {
+        const rlimit none{0, 0};
+        ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+        ASSERT_TRUE(getuid() != 0 || setuid(65534) == 0);
         uint64_t handle = 7;
         uint64_t kept = 7;
         uint32_t state = 0;
-        const std::string line = message + errorText(error) + " " + pidTid() + "\n";
-        expectMessages(line + line, [&] {
+        const std::string failed =
+            "ERROR QorOsThreadBegin: failed " + errorText(EAGAIN) + " " + pidTid() + "\n";
+        expectMessages(failed + failed, [&] {
             EXPECT_EQ(QorOsThreadBegin(&handle, report, 0, nullptr), 0u);
-            EXPECT_EQ(std::exchange(errno, 0), error);
+            EXPECT_EQ(std::exchange(errno, 0), EAGAIN);
             EXPECT_EQ(QorOsThreadStart(&kept, &state, report, nullptr), 0u);
-            EXPECT_EQ(errno, error);
+            EXPECT_EQ(errno, EAGAIN);
         });
         EXPECT_EQ(handle, 0u);
         EXPECT_EQ(kept, 7u);
         EXPECT_EQ(state, 0u);
-    };
-    seams::attributesError = ENOMEM;
-    expectNone(ENOMEM, "ERROR QorOsThreadBegin: init failed ");
-    seams::attributesError = 0;
-    // An unprivileged process that may have no more threads.
-    support::ChildProcess poor([&] {
-        const rlimit none{0, 0};
-        ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
-        ASSERT_TRUE(getuid() != 0 || setuid(65534) == 0);
-        expectNone(EAGAIN, "ERROR QorOsThreadBegin: failed ");
     });
     EXPECT_EQ(poor.wait(), 0);
 }
 
-TEST_F(QorOsThread, EndsWithTheValueOne) {
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, nullptr, [](void*) -> void* { QorOsThreadEnd(); }, nullptr),
-              0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(result), 1u);
-}
-
-std::string cancelFailed(int error) {
-    return "ERROR QorOsThreadCancel: failed " + errorText(error) + " " + pidTid() + "\n";
-}
-
-// Waits until the system is no longer asked to cancel a thread; one that is still there is spared.
-bool ends(uint64_t handle) {
-    seams::cancelError = EBUSY;
-    bool ended = false;
-    testing::internal::CaptureStdout();
-    for (int i = 0; !ended && i < 10000; ++i) {
-        const int before = seams::cancels;
-        usleep(i == 0 ? 0 : 1000);
-        QorOsThreadCancel(&handle);
-        ended = seams::cancels == before;
-    }
-    testing::internal::GetCapturedStdout();
-    seams::cancelError = 0;
-    return ended;
-}
-
-void* blockUntilCancelled(void* started) {
-    static_cast<support::Gate*>(started)->open();
+void* blockUntilCancelled(void*) {
     for (;;) {
         pthread_testcancel();
         sched_yield();
@@ -150,12 +128,10 @@ void* blockUntilCancelled(void* started) {
 }
 
 TEST_F(QorOsThread, CancelsAndForgets) {
-    support::Gate started;
     uint64_t handle = 0;
     QorOsThreadCancel(nullptr);
     expectMessages("", [&] { QorOsThreadCancel(&handle); });
-    ASSERT_EQ(QorOsThreadStart(&handle, nullptr, blockUntilCancelled, &started), 1u);
-    ASSERT_TRUE(started.wait());
+    ASSERT_EQ(QorOsThreadStart(&handle, nullptr, blockUntilCancelled, nullptr), 1u);
     const uint64_t begun = handle;
 
     seams::cancelError = EPERM;
@@ -183,97 +159,78 @@ TEST_F(QorOsThread, CancelsAndForgets) {
     EXPECT_EQ(state, 0u);
 }
 
-void* pass(void* gate) {
+void* passAndEnd(void* gate) {
     static_cast<support::Gate*>(gate)->wait();
-    return nullptr;
-}
-
-void* passAndEnd(void* mayEnd) {
-    pass(mayEnd);
     QorOsThreadEnd();
 }
 
 TEST_F(QorOsThread, CancelsNoThreadThatHasEnded) {
     QorOsvResLogLevel(log, QOR_LOG_TRACE);
-    support::Gate mayEnd;
+    support::Gate gate;
     std::vector<uint64_t> handles(200); // more than whose stacks the system keeps
     for (uint64_t& handle : handles) {
-        const bool returns = &handle == handles.data();
-        ASSERT_EQ(QorOsThreadBegin(&handle, returns ? pass : passAndEnd, 0, &mayEnd), 1u);
+        ASSERT_EQ(QorOsThreadBegin(&handle, passAndEnd, 0, &gate), 1u);
     }
-    for (std::size_t i = 0; i < handles.size(); ++i) {
-        mayEnd.open();
+    for (std::size_t i = 0; i <= handles.size(); ++i) {
+        gate.open();
     }
-    for (const uint64_t handle : handles) {
-        ASSERT_TRUE(ends(handle));
+    for (const uint64_t ended : handles) {
+        ASSERT_TRUE(ends(ended));
     }
     for (const uint64_t ended : handles) {
         uint64_t handle = ended;
         expectMessages(cancelFailed(ESRCH), [&] { QorOsThreadCancel(&handle); });
         EXPECT_EQ(handle, ended);
     }
+
+    pthread_t thread;
+    void* result = nullptr;
+    ASSERT_EQ(pthread_create(&thread, nullptr, passAndEnd, &gate), 0);
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(result), 1u);
 }
 
 // A worker that ends when its state word asks for it.
-struct Worker {
-    uint32_t state = 0;
-    uint32_t seen = 0; // by the stop callback
-    support::Gate started;
-    support::Gate mayLook;
-    support::Gate ended;
-};
-
-void* obey(void* argument) {
-    auto* const worker = static_cast<Worker*>(argument);
-    worker->started.open();
-    worker->mayLook.wait();
-    while (__atomic_load_n(&worker->state, __ATOMIC_ACQUIRE) != 3) {
+void* obey(void* state) {
+    while (__atomic_load_n(static_cast<uint32_t*>(state), __ATOMIC_ACQUIRE) != 3) {
         usleep(1000);
     }
-    __atomic_store_n(&worker->state, 0u, __ATOMIC_RELEASE);
-    worker->ended.open();
+    __atomic_store_n(static_cast<uint32_t*>(state), 0u, __ATOMIC_RELEASE);
     return nullptr;
 }
 
-void letLook(uint64_t address) {
-    auto* const worker = reinterpret_cast<Worker*>(address);
-    worker->seen = __atomic_load_n(&worker->state, __ATOMIC_ACQUIRE);
-    worker->mayLook.open();
-}
-
 TEST_F(QorOsThread, StartsOnceAndStopsByTheStateWord) {
-    Worker worker;
+    uint32_t state = 0;
     uint64_t handle = 0;
-    EXPECT_EQ(QorOsThreadStart(&handle, &worker.state, obey, &worker), 1u);
+    EXPECT_EQ(QorOsThreadStart(&handle, &state, obey, &state), 1u);
     EXPECT_NE(handle, 0u);
-    ASSERT_TRUE(worker.started.wait());
-    EXPECT_EQ(__atomic_load_n(&worker.state, __ATOMIC_ACQUIRE), 1u);
-    expectMessages("TRACE QorOsThreadStop: do thread w stop\n"
-                   "TRACE QorOsThreadStop: thread w is stopped\n",
-                   [&] {
-                       EXPECT_EQ(QorOsThreadStop(nullptr, &worker.state, 300, letLook,
-                                                 reinterpret_cast<uint64_t>(&worker), "w"),
-                                 1u);
-                   });
-    EXPECT_EQ(worker.seen, 3u);
-    EXPECT_TRUE(worker.ended.wait());
-    EXPECT_EQ(__atomic_load_n(&worker.state, __ATOMIC_ACQUIRE), 0u);
+    EXPECT_EQ(__atomic_load_n(&state, __ATOMIC_ACQUIRE), 1u);
+    EXPECT_EQ(QorOsThreadStop(nullptr, &state, 300, nullptr, 0, nullptr), 1u);
+    EXPECT_EQ(__atomic_load_n(&state, __ATOMIC_ACQUIRE), 0u);
 
     // A thread that runs or is asked to stop: nothing starts, and the handle is none.
-    for (uint32_t state : {1u, 3u}) {
-        const uint32_t before = state;
+    for (const uint32_t busy : {1u, 3u}) {
+        state = busy;
         handle = 7;
         expectMessages("", [&] {
-            EXPECT_EQ(QorOsThreadStart(&handle, &state, obey, &worker), 1u);
-            EXPECT_EQ(QorOsThreadStart(nullptr, &state, obey, &worker), 1u);
+            EXPECT_EQ(QorOsThreadStart(&handle, &state, obey, &state), 1u);
+            EXPECT_EQ(QorOsThreadStart(nullptr, &state, obey, &state), 1u);
         });
         EXPECT_EQ(handle, 0u);
-        EXPECT_EQ(state, before);
+        EXPECT_EQ(state, busy);
     }
 }
 
-void count(uint64_t counter) {
-    ++*reinterpret_cast<int*>(counter);
+// The stop callback of these tests: keeps the word that it finds.
+uint32_t found = 0;
+
+void look(uint64_t state) {
+    found = *reinterpret_cast<uint32_t*>(state);
+}
+
+uint32_t stop(uint32_t* state, int32_t limit) {
+    found = 7;
+    return QorOsThreadStop(nullptr, state, limit, look, reinterpret_cast<uint64_t>(state), "w");
 }
 
 TEST_F(QorOsThread, PollsForAnAnswerUpToTheLimit) {
@@ -281,54 +238,44 @@ TEST_F(QorOsThread, PollsForAnAnswerUpToTheLimit) {
         const char* name;
         int32_t limit;
         int answered; // during which poll
-        uint32_t result;
         int polls;
+        const char* timeOut;
     };
     const Case cases[] = {
-        {"never", 5, 0, 0, 5},
-        {"during the last poll", 2, 2, 0, 2},
-        {"before the last poll", 2, 1, 1, 1},
-        {"no limit", 0, 3, 1, 3},
-        {"nearly no limit", -1, 3, 1, 3},
+        {"never", 5, 0, 5, "INFO  QorOsThreadStop: w timed out (500 ms)\n"},
+        {"during the last poll", 2, 2, 2, "INFO  QorOsThreadStop: w timed out (200 ms)\n"},
+        {"before the last poll", 2, 1, 1, ""},
+        {"no limit", 0, 3, 3, ""},
+        {"nearly no limit", -1, 3, 3, ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         uint32_t state = 1;
         int polls = 0;
-        int called = 0;
         seams::onSleep = [&](const timeval& duration) {
-            EXPECT_EQ(duration.tv_sec, 0);
-            EXPECT_EQ(duration.tv_usec, 100000);
+            EXPECT_EQ(duration.tv_sec * 1000000 + duration.tv_usec, 100000);
             state = ++polls == c.answered ? 0 : state;
             return 0;
         };
-        const std::string timeOut =
-            text("INFO  QorOsThreadStop: w timed out (%d ms)\n", c.limit * 100);
-        expectMessages("TRACE QorOsThreadStop: do thread w stop\n" +
-                           (c.result == 0 ? timeOut : "") +
-                           "TRACE QorOsThreadStop: thread w is stopped\n",
-                       [&] {
-                           EXPECT_EQ(QorOsThreadStop(nullptr, &state, c.limit, count,
-                                                     reinterpret_cast<uint64_t>(&called), "w"),
-                                     c.result);
-                       });
+        expectMessages(text("TRACE QorOsThreadStop: do thread w stop\n%s"
+                            "TRACE QorOsThreadStop: thread w is stopped\n",
+                            c.timeOut),
+                       [&] { EXPECT_EQ(stop(&state, c.limit), *c.timeOut == '\0' ? 1u : 0u); });
         EXPECT_EQ(polls, c.polls);
-        EXPECT_EQ(called, 1);
+        EXPECT_EQ(found, 3u);
         EXPECT_EQ(state, c.answered == 0 ? 3u : 0u);
     }
 }
 
 TEST_F(QorOsThread, LeavesAThreadAloneThatStopsByItself) {
     uint32_t state = 0;
-    int called = 0;
-    const auto stop = [&](uint32_t* word) {
-        return QorOsThreadStop(nullptr, word, 1, count, reinterpret_cast<uint64_t>(&called), "w");
-    };
-    expectMessages("TRACE QorOsThreadStop: thread w is stopped\n",
-                   [&] { EXPECT_EQ(stop(&state), 1u); });
-    expectMessages("ERROR QorOsThreadStop: !!! w parameter are missing !!!\n",
-                   [&] { EXPECT_EQ(stop(nullptr), 1u); });
-    EXPECT_EQ(called, 0) << "there was nobody to wake";
+    expectMessages("TRACE QorOsThreadStop: thread w is stopped\n"
+                   "ERROR QorOsThreadStop: !!! w parameter are missing !!!\n",
+                   [&] {
+                       EXPECT_EQ(stop(&state, 1), 1u);
+                       EXPECT_EQ(stop(nullptr, 1), 1u);
+                   });
+    EXPECT_EQ(found, 7u) << "there was nobody to wake";
 
     // It ends between the look at its word and the request.
     QorOsvResLogLevel(log, QOR_LOG_STDOUT);
@@ -336,9 +283,8 @@ TEST_F(QorOsThread, LeavesAThreadAloneThatStopsByItself) {
         state = message == "TRACE QorOsThreadStop: do thread w stop\n" ? 0 : state;
     };
     state = 1;
-    EXPECT_EQ(stop(&state), 1u);
-    EXPECT_EQ(state, 0u) << "a stop request stands over the end";
-    EXPECT_EQ(called, 1);
+    EXPECT_EQ(stop(&state, 1), 1u);
+    EXPECT_EQ(found, 0u) << "a stop request stands over the end";
 }
 
 int firstRan = 0;

@@ -39,23 +39,6 @@ int ChildProcess::wait() {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-Gate::Gate() {
-    if (pipe(ends) != 0) {
-        std::abort();
-    }
-}
-
-Gate::~Gate() {
-    close(ends[0]);
-    close(ends[1]);
-}
-
-void Gate::open() {
-    if (write(ends[1], "", 1) != 1) {
-        std::abort();
-    }
-}
-
 bool Gate::wait() {
     pollfd opening{ends[0], POLLIN, 0};
     char byte;

@@ -1,8 +1,9 @@
 // Second processes, and the handshakes between them and the test.
 #pragma once
 
-#include <sys/types.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <functional>
 
 namespace support {
@@ -27,12 +28,23 @@ private:
 // A gate that one process or thread opens, once or more often, and another one waits at.
 class Gate {
 public:
-    Gate();
-    ~Gate();
+    Gate() {
+        if (pipe(ends) != 0) {
+            std::abort();
+        }
+    }
+    ~Gate() {
+        close(ends[0]);
+        close(ends[1]);
+    }
     Gate(const Gate&) = delete;
     Gate& operator=(const Gate&) = delete;
 
-    void open();
+    void open() {
+        if (write(ends[1], "", 1) != 1) {
+            std::abort();
+        }
+    }
     // Passes one opening; false when none comes within 30 s.
     bool wait();
 
