@@ -2,20 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
+#include <memory>
 #include <string>
 
 namespace {
 
-// A destination whose bytes behind the text are visible, so that each byte written shows.
-std::string buffer(const char* text, std::size_t size) {
-    std::string bytes(text);
-    bytes.push_back('\0');
-    bytes.resize(size, '#');
-    return bytes;
-}
+constexpr std::size_t all = SIZE_MAX; // as a count: the form without one
 
 std::string bytes(const char* data, std::size_t size) {
     return std::string(data, size);
@@ -29,7 +26,6 @@ TEST(QorOsString, CopiesWithinTheSize) {
         std::size_t count;
         std::string expected; // all 6 bytes of the destination afterwards
     };
-    const std::size_t all = SIZE_MAX;
     const Case cases[] = {
         {"no size", 0, "abc", all, bytes("######", 6)},
         {"room for the terminator only", 1, "abc", all, bytes("\0#####", 6)},
@@ -43,13 +39,10 @@ TEST(QorOsString, CopiesWithinTheSize) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         std::string dest(6, '#');
-        EXPECT_EQ(strncpy_qor(dest.data(), c.size, c.src, c.count), dest.data());
+        EXPECT_EQ(c.count == all ? strcpy_qor(dest.data(), c.size, c.src)
+                                 : strncpy_qor(dest.data(), c.size, c.src, c.count),
+                  dest.data());
         EXPECT_EQ(dest, c.expected);
-        if (c.count == all) {
-            dest.assign(6, '#');
-            EXPECT_EQ(strcpy_qor(dest.data(), c.size, c.src), dest.data());
-            EXPECT_EQ(dest, c.expected);
-        }
     }
 }
 
@@ -59,49 +52,54 @@ TEST(QorOsString, ConcatenatesWithinTheSize) {
         const char* text;
         std::size_t size;
         const char* src;
-        std::string expected; // all 8 bytes
-    };
-    const Case cases[] = {
-        {"fits", "ab", 8, "cd", bytes("abcd\0###", 8)},
-        {"fits exactly", "ab", 5, "cd", bytes("abcd\0###", 8)},
-        {"cut by one", "ab", 4, "cd", bytes("abc\0####", 8)},
-        {"full", "abc", 4, "d", bytes("abc\0####", 8)},
-        {"as long as the size loses its last character", "abcd", 4, "e", bytes("abc\0\0###", 8)},
-        {"longer than the size stays", "abcde", 4, "f", bytes("abcde\0##", 8)},
-        {"no size", "ab", 0, "cd", bytes("ab\0#####", 8)},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::string dest = buffer(c.text, 8);
-        EXPECT_EQ(strcat_qor(dest.data(), c.size, c.src), dest.data());
-        EXPECT_EQ(dest, c.expected);
-    }
-}
-
-TEST(QorOsString, AppendsACountedPiece) {
-    struct Case {
-        const char* name;
-        const char* text;
-        std::size_t size;
-        const char* src;
         std::size_t count;
         std::string expected; // all 10 bytes
     };
     const Case cases[] = {
+        {"fits", "ab", 8, "cd", all, bytes("abcd\0#####", 10)},
+        {"fits exactly", "ab", 5, "cd", all, bytes("abcd\0#####", 10)},
+        {"cut by one", "ab", 4, "cd", all, bytes("abc\0######", 10)},
+        {"full", "abc", 4, "d", all, bytes("abc\0######", 10)},
+        {"as long as the size", "abcd", 4, "e", all, bytes("abc\0\0#####", 10)},
+        {"longer than the size", "abcde", 4, "f", all, bytes("abcde\0####", 10)},
+        {"no size", "", 0, "cd", all, bytes("\0#########", 10)},
         {"longer source is not terminated", "", 10, "abcdef", 3, bytes("abc#######", 10)},
         {"shorter source is padded to count", "x", 10, "ab", 4, bytes("xab\0\0#####", 10)},
         {"padding ends at the size", "x", 6, "ab", 100, bytes("xab\0\0\0####", 10)},
         {"whole source decides", "12345", 8, "abcdef", 2, bytes("12345ab\0##", 10)},
         {"byte behind the piece stays", "1234", 8, "abcdef", 2, bytes("1234ab#\0##", 10)},
-        {"count of 0", "x", 1, "ab", 0, bytes("x\0########", 10)},
-        {"as long as the size", "abcd", 4, "e", 1, bytes("abc\0\0#####", 10)},
+        {"no count", "x", 1, "ab", 0, bytes("x\0########", 10)},
+        {"counted, as long as the size", "abcd", 4, "e", 1, bytes("abc\0\0#####", 10)},
+        {"counted, longer than the size", "abcde", 4, "f", 1, bytes("abcde\0####", 10)},
+        {"counted, no size", "", 0, "ab", 1, bytes("\0#########", 10)},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string dest = buffer(c.text, 10);
-        EXPECT_EQ(strncat_qor(dest.data(), c.size, c.src, c.count), dest.data());
-        EXPECT_EQ(dest, c.expected);
+        std::string dest = "<" + bytes(c.text, strlen(c.text) + 1);
+        dest.resize(11, '#');
+        EXPECT_EQ(c.count == all ? strcat_qor(&dest[1], c.size, c.src)
+                                 : strncat_qor(&dest[1], c.size, c.src, c.count),
+                  &dest[1]);
+        EXPECT_EQ(dest, "<" + c.expected);
     }
+}
+
+// Texts without a terminator, in blocks that end with what may be looked at.
+TEST(QorOsString, LooksNoFurtherThanTheSize) {
+    const std::unique_ptr<char[]> four(new char[4]);
+    memcpy(four.get(), "abcd", 4);
+    char dest[4];
+    EXPECT_STREQ(strcpy_qor(dest, 4, four.get()), "abc");
+    EXPECT_STREQ(strncpy_qor(dest, 4, four.get(), SIZE_MAX), "abc");
+    for (const std::size_t max : {0u, 3u, 4u}) {
+        EXPECT_EQ(strlen_qor(four.get(), max), max);
+    }
+    EXPECT_EQ(strlen_qor("abc", SIZE_MAX), 3u);
+    EXPECT_EQ(strcat_qor(four.get() + 4, 0, "x"), four.get() + 4);
+    EXPECT_EQ(strncat_qor(four.get() + 4, 0, "x", 1), four.get() + 4);
+    EXPECT_EQ(strcat_qor(four.get(), 3, "x"), four.get());
+    EXPECT_EQ(strncat_qor(four.get(), 3, "x", 1), four.get());
+    EXPECT_EQ(bytes(four.get(), 4), "abcd");
 }
 
 TEST(QorOsString, RefusesNull) {
@@ -113,12 +111,8 @@ TEST(QorOsString, RefusesNull) {
     EXPECT_STREQ(dest, "ab");
 }
 
-TEST(QorOsString, MeasuresAtMostMax) {
-    EXPECT_EQ(strlen_qor("abc", 0), 0u);
-    EXPECT_EQ(strlen_qor("abc", 2), 2u);
-    EXPECT_EQ(strlen_qor("abc", 3), 3u);
-    EXPECT_EQ(strlen_qor("abc", SIZE_MAX), 3u);
-}
+// A character that the locale "C", in which programs start, cannot show.
+constexpr wint_t euro = 0x20AC;
 
 TEST(QorOsString, FormatsAndTellsTheWholeLength) {
     char dest[4] = "###";
@@ -128,6 +122,8 @@ TEST(QorOsString, FormatsAndTellsTheWholeLength) {
     EXPECT_STREQ(dest, "abc");
     EXPECT_EQ(sprintf_qor(dest, sizeof dest, "%d", 42), 2);
     EXPECT_STREQ(dest, "42");
+    EXPECT_EQ(sprintf_qor(dest, sizeof dest, "ab%lc", euro), 2);
+    EXPECT_STREQ(dest, "ab");
 }
 
 TEST(QorOsString, ChangesCaseInPlace) {
@@ -161,7 +157,9 @@ TEST(QorOsString, GrowsAHeapString) {
     }
     char kept[] = "kept";
     EXPECT_EQ(concatenateString(kept, nullptr, 3, 0), nullptr);
+    errno = 0;
     EXPECT_EQ(concatenateString(kept, "x", SIZE_MAX, 0), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "qoros.h"
 
 #include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -74,8 +75,11 @@ char* strcat_qor(char* dest, size_t size, const char* src) {
     if (dest == nullptr || src == nullptr) {
         return nullptr;
     }
+    if (size == 0) {
+        return dest;
+    }
     const size_t length = dDestLength(dest, size);
-    if (size == 0 || length > size) {
+    if (length > size) {
         return dest;
     }
     const size_t room = size - length;
@@ -94,8 +98,11 @@ char* strncat_qor(char* dest, size_t size, const char* src, size_t count) {
     if (dest == nullptr || src == nullptr) {
         return nullptr;
     }
+    if (size == 0 || count == 0) {
+        return dest;
+    }
     const size_t length = dDestLength(dest, size);
-    if (size == 0 || count == 0 || length > size) {
+    if (length > size) {
         return dest;
     }
     // Kept: the whole source decides, not its first count bytes. Where it fits, no terminator is
@@ -139,6 +146,7 @@ char* concatenateString(char* buffer, const char* src, size_t count, int unescap
     }
     const size_t length = buffer == nullptr ? 0 : strlen(buffer);
     if (count >= SIZE_MAX - length) {
+        errno = ENOMEM;
         return nullptr;
     }
     char* const grown = static_cast<char*>(realloc(buffer, length + count + 1));
