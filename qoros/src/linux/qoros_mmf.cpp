@@ -16,8 +16,12 @@ static_assert(offsetof(QorOsMmf, size) == 8);
 static_assert(offsetof(QorOsMmf, address) == 16);
 static_assert(offsetof(QorOsMmf, created) == 24);
 static_assert(offsetof(QorOsMmf, lastError) == 28);
+static_assert(sizeof(QorOsMmf) == 32);
 
 namespace {
+
+// What one write takes at most, in bytes; more would be cut or refused, depending on the system.
+constexpr uint32_t dMaxWrite = 0x7FFFF000;
 
 constexpr QorOsMmf stNoBlock = {-1, -1, 0, nullptr, 0, 0};
 
@@ -66,9 +70,22 @@ bool fReadFileSize(QorOsMmf* pstMmf, const char* cpszName) {
     return true;
 }
 
+// Saves errno as the cause. Always false.
+bool fWriteFailed(QorOsMmf* pstMmf, uint32_t dBytes, const char* cpszName) {
+    const int error = dSaveError(pstMmf);
+    QOROS_LOG(QOR_LOG_FATAL,
+              "FATAL QorOsMmfCreate: write (%u bytes) to created file %s failed (%d=%s)", dBytes,
+              cpszName, error, ErrorText(error).cpsz());
+    return false;
+}
+
 // Appends zeros up to dSize, in a single write.
 bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
     const uint32_t dMissing = dSize - pstMmf->size;
+    if (dMissing > dMaxWrite) {
+        errno = EFBIG;
+        return fWriteFailed(pstMmf, dMissing, cpszName);
+    }
     void* const pvZeros = calloc(dMissing, 1);
     if (pvZeros == nullptr) {
         const int error = dSaveError(pstMmf);
@@ -78,15 +95,12 @@ bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
     }
     errno = ENOSPC; // the cause when only a part is written
     const ssize_t written = write(pstMmf->fd, pvZeros, dMissing);
-    const int error = errno;
-    free(pvZeros);
+    {
+        const ErrnoKeeper keeper;
+        free(pvZeros);
+    }
     if (written != static_cast<ssize_t>(dMissing)) {
-        errno = error;
-        dSaveError(pstMmf);
-        QOROS_LOG(QOR_LOG_FATAL,
-                  "FATAL QorOsMmfCreate: write (%u bytes) to created file %s failed (%d=%s)",
-                  dMissing, cpszName, error, ErrorText(error).cpsz());
-        return false;
+        return fWriteFailed(pstMmf, dMissing, cpszName);
     }
     pstMmf->size = dSize;
     return true;
