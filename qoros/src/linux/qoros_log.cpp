@@ -60,11 +60,12 @@ void vLoadTime(TimeText& szText) {
     szText[sizeof szText - 1] = '\0';
 }
 
+// What was formatted before a failure stays.
 QOR_PRINTF(3, 0)
 void vFormat(char* cpOut, size_t dSize, const char* cpszFormat, va_list arguments) {
-    if (vsnprintf(cpOut, dSize, cpszFormat, arguments) < 0) {
-        cpOut[0] = '\0';
-    }
+    cpOut[0] = '\0';
+    vsnprintf(cpOut, dSize, cpszFormat, arguments);
+    cpOut[dSize - 1] = '\0';
 }
 
 // Writes the time stamp and " - ", with the caption behind them.
@@ -143,7 +144,7 @@ void cpszGetTime() {
 }
 
 QorOsLogRec* QorOspLogNew() {
-    static std::atomic<QorOsLogRec*> pstLast{nullptr}; // where a debugger finds the record
+    static std::atomic<QorOsLogRec*> pstLast{nullptr}; // read by nobody, and stale after a delete
     QorOsInit();
     // Here and not for each message: without TZ it allocates and looks at the zone's file.
     tzset();
