@@ -6,9 +6,9 @@
  * Plain functions that the product's programs call instead of the operating system. Unless a
  * declaration says otherwise they may be called from any thread, and a truth value is 1 or 0. Where
  * the system refuses something the function that reports it leaves the cause in errno; a null
- * argument and a time-out leave none. Only QorOsThreadBegin, QorOsThreadStart and QorOsThreadCancel
- * take a lock, for as long as the system needs to start or cancel one thread; no other function
- * does. Compiles as C11 and as C++17.
+ * argument and a time-out leave none. The layer has a single lock, which starting and cancelling a
+ * thread take for as long as the system needs for it; no other function takes one. Compiles as C11
+ * and as C++17.
  */
 #pragma once
 
@@ -133,7 +133,7 @@ QOR_API char* strcpy_qor(char* dest, size_t size, const char* src);
 QOR_API char* strncpy_qor(char* dest, size_t size, const char* src, size_t count);
 
 /**
- * Appends `src` to the text in `dest`, cut to what fits.
+ * Appends `src` to the text in `dest`, cut to what fits. With a size of 0 `dest` is not looked at.
  * No more than `size + 1` bytes of `dest` are looked at: a text longer than `size` is left as it
  * is, and one that is exactly as long loses its last character to the terminator.
  * @return `dest`
@@ -141,7 +141,8 @@ QOR_API char* strncpy_qor(char* dest, size_t size, const char* src, size_t count
 QOR_API char* strcat_qor(char* dest, size_t size, const char* src);
 
 /**
- * Appends at most `count` bytes of `src` to the text in `dest`.
+ * Appends at most `count` bytes of `src` to the text in `dest`. With a size or count of 0 `dest` is
+ * not looked at.
  * Where the whole of `src` fits behind the text, exactly `count` bytes are written, as far as
  * `size` allows: a shorter `src` is padded with zeros, and a longer one is not terminated, so the
  * buffer must have been zeroed before. Where it does not fit, the last byte of the buffer becomes
@@ -156,7 +157,8 @@ QOR_API size_t strlen_qor(const char* string, size_t max);
 
 /**
  * Formats like printf into `dest`, cut to `size - 1` bytes and always terminated.
- * @return the length of the whole formatted text, also when it was cut; 0 for a `size` of 0
+ * @return the length of the whole formatted text, also when it was cut; 0 for a `size` of 0; where
+ *         an argument cannot be converted the length of what was formatted up to there
  */
 QOR_API int sprintf_qor(char* dest, size_t size, const char* format, ...) QOR_PRINTF(3, 4);
 
@@ -171,8 +173,8 @@ QOR_API char* strlwr(char* string);
  * @param buffer a text from malloc, which the call takes over, or null for a new text
  * @param unescape not 0: backslash and double quote become a double quote; every other backslash
  *        stays, but for one that ends the input, which is lost
- * @return the grown text, to be released with free; null where `src` is null or memory is short,
- *         and `buffer` then still belongs to the caller
+ * @return the grown text, to be released with free; null where `src` is null or, with ENOMEM in
+ *         errno, memory is short, and `buffer` then still belongs to the caller
  */
 QOR_API char* concatenateString(char* buffer, const char* src, size_t count, int unescape);
 
@@ -201,11 +203,15 @@ typedef struct QorOsMmf {
  *
  * With a file name the file is created with mode 0600 where it does not exist, grown with zeros to
  * `size` bytes where it is smaller, and mapped whole where it is larger; its descriptor is not
- * inherited by started programs. A file of 4 GiB or more is refused with EOVERFLOW. Without a name
- * the segment of `key` is created with mode 0666, or opened whatever its size.
+ * inherited by started programs. A file of 4 GiB or more is refused with EOVERFLOW, and one that
+ * would have to grow by more than 2,147,479,552 bytes, which is all that the system writes at once,
+ * with EFBIG and unchanged. Without a name the segment of `key` is created with mode 0666, or
+ * opened whatever its size.
  *
  * @param mmf set up anew by the call, whatever it held; on failure without descriptor, segment and
- *        address, and with the cause in `lastError`
+ *        address, and with the cause in `lastError`. After a file could not be grown or mapped
+ *        `created` still tells that the call created it, and it stays on disk; where growing failed
+ *        `size` is that from before, and on a full disk the file may have grown in part.
  * @param size bytes of the block; 0 can't be mapped from a new file
  * @param name of the file; null or empty for a segment
  * @param key of the segment, ignored for a file; 0 makes a segment that no other process finds
@@ -228,9 +234,10 @@ QOR_API uint32_t QorOsMmfOpen(QorOsMmf* mmf, const void* ignored, uint32_t key);
 /**
  * Gives the block up; a record is closed once.
  *
- * A segment that nobody else has attached is removed, and stays readable in this process until its
- * end; one that others use is detached and `shmId` keeps its value. A file is unmapped and stays on
- * disk; `fd` is closed and keeps its value.
+ * A segment that nobody else has attached is removed but not detached: this process keeps its
+ * memory, and what points into it, until it ends or calls shmdt with the address from before. One
+ * that others use is detached and `shmId` keeps its value. A file is unmapped and stays on disk;
+ * `fd` is closed and keeps its value.
  *
  * @return 1, also for a segment that is gone already; 0 for a null record and where the segment
  *         could not be removed or the file not unmapped
@@ -320,8 +327,9 @@ typedef struct QorOsLogRec {
 QOR_API QorOsLogRec* QorOspLogNew(void);
 
 /**
- * Releases a log object and sets the pointer to null. The shared block goes with its last user.
- * No other thread may use the object any more.
+ * Releases a log object and sets the pointer to null. The shared block goes with its last user, in
+ * whose process it stays mapped, as with QorOsMmfClose: a program that creates and deletes log
+ * objects over and over keeps a page for each. No other thread may use the object any more.
  * @param log address of the pointer; it or the pointer may be null
  */
 QOR_API void QorOsvLogDelete(QorOsLogRec** log);
