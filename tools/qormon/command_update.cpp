@@ -50,7 +50,7 @@ std::string refusalOf(const std::string& url) {
 std::string readRequest(const Arguments& arguments, Request& request) {
     request.url = arguments.operand(0);
     request.json = arguments.has("--json");
-    const std::string refusal = refusalOf(request.url);
+    std::string refusal = refusalOf(request.url);
     if (!refusal.empty()) {
         return refusal;
     }
