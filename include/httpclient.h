@@ -149,7 +149,8 @@ public:
     signed char receiveWait();
 
     /**
-     * Looks up a header of the last response.
+     * Looks up a header of the last response. A zero byte among the headers ends them, for this and
+     * for what `receiveWait` itself reads from them.
      * @param name the beginning of the line in any case, the ": " included, for example
      *        "Location: "
      * @param value receives the rest of the line; untouched when the result is 0
@@ -204,7 +205,7 @@ private:
     QOR_LOCAL signed char exchange(unsigned int method, const char* path);
     QOR_LOCAL bool readHeaderPart(unsigned int* held);
     QOR_LOCAL bool takeHeaderBlock(unsigned int start, unsigned int length);
-    QOR_LOCAL void describeStatus(unsigned int headerLength);
+    QOR_LOCAL void describeStatus();
     QOR_LOCAL signed char takeBody(unsigned int offset, unsigned int length, unsigned int held);
     QOR_LOCAL signed char readRestOfBody(unsigned int offset, unsigned int held);
 };

@@ -66,14 +66,16 @@ bool findBlankLine(const char* buf, unsigned int len, BlankLineSearch& search) {
     return false;
 }
 
+// A zero byte ends the headers here as it does in the copy that is kept of them.
 bool announcesLength(const char* headers, unsigned int len) {
     char value[30];
-    return HttpClient::findHeaderStr(headers, len, contentLengthName, value, sizeof value) != 0;
+    const auto length = static_cast<unsigned int>(strnlen(headers, len));
+    return HttpClient::findHeaderStr(headers, length, contentLengthName, value, sizeof value) != 0;
 }
 
-bool announcesClose(const char* headers, unsigned int len) {
+bool announcesClose(const HttpClient& http) {
     char value[30];
-    return HttpClient::findHeaderStr(headers, len, "Connection: ", value, sizeof value) != 0 &&
+    return http.GetHeaderParam("Connection: ", value, sizeof value) != 0 &&
            strcasecmp(value, "close") == 0;
 }
 
@@ -165,19 +167,18 @@ signed char HttpClient::receiveWait() {
         !takeHeaderBlock(start, headerLength)) {
         return 0;
     }
-    describeStatus(headerLength);
+    describeStatus();
 
     const unsigned int offset = start + headerLength;
     char value[255];
-    const bool announced =
-        findHeaderStr(responseHeaders, headerLength, contentLengthName, value, sizeof value) != 0;
+    const bool announced = GetHeaderParam(contentLengthName, value, sizeof value) != 0;
     const long length = announced ? strtol(value, nullptr, 10) : long{held - offset};
     if (length < 0 || length > long{responseLimit}) {
         return 0;
     }
     const signed char result = takeBody(offset, static_cast<unsigned int>(length), held);
     if (length == 0 && !announced) {
-        return announcesClose(responseHeaders, headerLength);
+        return announcesClose(*this);
     }
     return result;
 }
@@ -222,11 +223,10 @@ bool HttpClient::takeHeaderBlock(unsigned int start, unsigned int length) {
     return true;
 }
 
-void HttpClient::describeStatus(unsigned int headerLength) {
+void HttpClient::describeStatus() {
     constexpr std::size_t nameLength = 4;
     strcpy_qor(statusLine, sizeof statusLine, "HTTP");
-    findHeaderStr(responseHeaders, headerLength, "HTTP", statusLine + nameLength,
-                  sizeof statusLine - nameLength);
+    GetHeaderParam("HTTP", statusLine + nameLength, sizeof statusLine - nameLength);
     if (statusCode == statusOk) {
         return;
     }

@@ -104,7 +104,7 @@ TEST(HttpResponse, IsTakenApart) {
          {0, 200, "none"}},
         {"length hidden behind a zero byte",
          ok + std::string("A: \0\r\n", 6) + "Content-Length: 1\r\n\r\nhi",
-         {1, 200, "h"}},
+         {1, 200, "hi"}},
         {"nothing", "", nothing},
         {"other protocol version", "HTTP/2 200 OK\r\n\r\nhi", nothing},
         {"other protocol", "ICY 200 OK\r\n\r\nhi", nothing},
