@@ -138,7 +138,10 @@ void addHostLine(RequestText& request, const HttpClient& http) {
     char line[200];
     const bool byProxy = http.proxyHost[0] != '\0';
     const char* const host = byProxy ? http.host : http.tcp->hostName;
-    const unsigned int port = byProxy ? http.port : http.tcp->port;
+    // By value: the members of both are packed, and "?:" over them would make a reference.
+    const unsigned int serverPort = http.port;
+    const unsigned int tcpPort = http.tcp->port;
+    const unsigned int port = byProxy ? serverPort : tcpPort;
     int length;
     if (http.hostHeader != nullptr) {
         length = sprintf_qor(line, sizeof line, "Host: %s\r\n", http.hostHeader);
