@@ -23,6 +23,7 @@ constexpr unsigned int protocolLength = sizeof protocol - 1;
 constexpr unsigned int statusPosition = 9; // in "HTTP/1.1 200 OK"
 constexpr unsigned int reasonPosition = 12;
 constexpr unsigned int statusOk = 200;
+constexpr char connectFailed[] = "TCP Connect failed";
 constexpr char contentLengthName[] = "Content-Length: ";
 
 bool isLineEnd(char c) {
@@ -123,6 +124,7 @@ unsigned int receiveSome(HttpClient& http, unsigned int held, unsigned int size)
 
 signed char HttpClient::Connect(const char* hostName, unsigned int portNumber, signed char useSsl) {
     if (hostName == nullptr) {
+        strcpy_qor(errorText, sizeof errorText, connectFailed);
         return 0;
     }
     ssl = useSsl;
@@ -142,7 +144,7 @@ signed char HttpClient::connect() {
                                          : tcp->Connect(host, port, ssl);
     }
     if (connected == 0) {
-        strcpy_qor(errorText, sizeof errorText, "TCP Connect failed");
+        strcpy_qor(errorText, sizeof errorText, connectFailed);
     }
     return connected;
 }
