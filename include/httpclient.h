@@ -14,6 +14,10 @@
  *
  * The whole response stays in memory; a body is limited to 1,000,000 bytes. Truth values are 1 and
  * 0. There is no TLS. An object is used by one thread at a time.
+ *
+ * The transport's time-out limits each connect and each receive, counted afresh, but not the whole:
+ * resolving a name has no limit, a server that keeps sending a few bytes holds the call up to the
+ * limits in bytes, and `Get` makes up to three exchanges.
  */
 #pragma once
 
@@ -27,7 +31,8 @@
  * bytes may be kept; read and write the members by value.
  *
  * Owned texts are allocated with malloc or strdup and released with free. A text that a caller
- * hands in is copied and must not lie in this object's response, which `send` releases.
+ * hands in is copied; it must not lie in the memory that this object owns (response, request body,
+ * extra headers), which is moved or released while it is read.
  */
 class QOR_API HttpClient {
 public:
@@ -45,7 +50,7 @@ public:
 
     /**
      * Remembers the server and connects to it, or to the proxy where `proxyHost` is set.
-     * @param hostName server name or address; cut to 127 characters
+     * @param hostName server name or address; cut to 127 characters; may be `host`; null fails
      * @param portNumber server port
      * @param useSsl passed on to TcpClient::Connect
      * @return 1 when connected; else 0, and `errorText` says "TCP Connect failed"
@@ -129,7 +134,7 @@ public:
 
     /**
      * Writes one request to the connection.
-     * @param method 1 = GET, 2 = POST
+     * @param method 2 = POST, every other one GET (1)
      * @return 0 when memory is short and nothing was sent; a failure of the connection shows in
      *         `receiveWait`
      */
@@ -143,7 +148,9 @@ public:
 
     /**
      * Reads one response, skipping an interim one (1xx) in front of it. Every receive waits for the
-     * transport's time-out at most.
+     * transport's time-out at most. Buffer and body of the response before are dropped here; its
+     * status, status line and headers stay where the new one does not come that far, unless `send`
+     * or `clear` dropped them.
      * @return 1 when the body was read in full. On 0 the members hold what was understood.
      */
     signed char receiveWait();
@@ -159,7 +166,8 @@ public:
     signed char GetHeaderParam(const char* name, char* value, unsigned int size) const;
 
     /**
-     * Finds the first blank line in `len` bytes; a line ends with CR, LF, CR LF or LF CR.
+     * Finds the first blank line behind a line's end in `len` bytes; a line ends with CR, LF, CR LF
+     * or LF CR. A blank line that the bytes begin with is the end of a line, no more.
      * @param end receives the offset of the first byte behind the blank line; 0 when there is none
      * @return that byte's address (`buf + len` when the blank line ends the bytes), or null
      */

@@ -13,9 +13,11 @@ QOR_BEGIN_C
 /**
  * Reads an update description and returns its facts as a message.
  *
- * The description is a configuration text (see configfile.h) behind an "http://" URL. Of its group
- * "Language <language>", or of "Language 2" where that is missing, the message gets one entry for
- * each of these names that is there, in this order, and then the end marker (see mif32.h):
+ * The description is a configuration text (see configfile.h) behind an "http://" URL. An "https://"
+ * URL is taken as well, but there is no TLS: the request goes in the clear to that URL's port (443
+ * where it names none). Of the text's group "Language <language>", or of "Language 2" where that is
+ * missing, the message gets one entry for each of these names that is there, in this order, and
+ * then the end marker (see mif32.h):
  *
  * | name        | identifier | entry                               |
  * |-------------|------------|-------------------------------------|
@@ -28,7 +30,8 @@ QOR_BEGIN_C
  * | Filesize    | 8          | 32-bit number                       |
  *
  * One redirect by status 301 is followed. The call blocks for as long as connection and transfer
- * take, which TcpClient's time-out of 15 s limits for each step.
+ * take: TcpClient's time-out of 15 s limits each step, but nothing limits their number nor the
+ * resolving of a name (see httpclient.h).
  *
  * @param proxyHost name or address of an HTTP proxy; null or empty: none
  * @param proxyPort its port, of which the low 16 bits are used
