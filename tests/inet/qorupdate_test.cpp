@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <string>
-#include <vector>
+#include <tuple>
 
 #include "environment.h"
 #include "loopback.h"
@@ -15,21 +14,22 @@ namespace {
 
 using namespace support;
 
-const std::string endMark = "\xFF\xFF";
+const std::string endMark = "\xFF\xFF", p(256, 'p'), i(256, 'i');
 
-// An entry of the message: identifier and length in two bytes each, little-endian, and the value.
+std::string number(unsigned int value, int bytes = 4) {
+    std::string little;
+    for (; bytes > 0; --bytes, value >>= 8) {
+        little += static_cast<char>(value & 0xFF);
+    }
+    return little;
+}
+
+// An entry of the message: identifier and length in two bytes each, and the value.
 std::string entry(unsigned int id, const std::string& value) {
-    const auto byte = [](std::size_t number) { return static_cast<char>(number & 0xFF); };
-    return std::string{byte(id), byte(id >> 8), byte(value.size()), byte(value.size() >> 8)} +
-           value;
+    return number(id, 2) + number(static_cast<unsigned int>(value.size()), 2) + value;
 }
 
-std::string number(unsigned int value) {
-    const auto byte = [value](unsigned int shift) { return static_cast<char>(value >> shift); };
-    return {byte(0), byte(8), byte(16), byte(24)};
-}
-
-std::string check(int language, const std::string& url, std::uint16_t proxyPort = 0) {
+std::string check(int language, const std::string& url, unsigned int proxyPort = 0) {
     std::string out(4096, '#');
     // Only the low 16 bits of the port count.
     const unsigned int length =
@@ -41,36 +41,26 @@ std::string check(int language, const std::string& url, std::uint16_t proxyPort 
 class UpdateCheck : public testing::Test {
 protected:
     void SetUp() override {
-        nginx.addFile("update", "[Language 2]\n"
-                                "ProductName=Product Two\n"
-                                "Build=-5\n"
-                                "[Language 7]\n"
-                                "Filesize=123456\n"
-                                "UrlDownload=http://127.0.0.1/file\n"
-                                "UrlInfo=http://127.0.0.1/info\n"
-                                "Servicepack=3\n"
-                                "Build=4711\n"
-                                "Version=0\n"
-                                "ProductName=Product Seven # the newest\n"
-                                "Other=1\n"
-                                "[Language 8]\n"
-                                "ProductName=" +
-                                    std::string(256, 'p') +
-                                    "\n"
-                                    "UrlInfo=" +
-                                    std::string(257, 'i') +
-                                    "\n"
-                                    "UrlDownload=\n"
-                                    "Version=none\n");
+        nginx.addFile("update",
+                      "[Language 2]\nProductName=Product Two\nBuild=-5\n"
+                      "[Language -1]\nVersion=1\n"
+                      "[Language 7]\nFilesize=123456\nUrlDownload=http://127.0.0.1/file\n"
+                      "UrlInfo=http://127.0.0.1/info\nServicepack=3\nBuild=4711\nVersion=0\n"
+                      "ProductName=Product Seven # the newest\nOther=1\n"
+                      "[Language 8]\nVersion=none\nUrlDownload=\nProductName=" +
+                          p + "\nUrlInfo=" + i + "i\n");
         nginx.addFile("other", "[Language 1]\nProductName=One\n");
         nginx.addFile("empty", "");
-        nginx.addServerLines("absolute_redirect on;\n"
-                             "location = /moved { rewrite ^ /update permanent; }\n"
-                             "location = /twice { rewrite ^ /moved permanent; }\n"
-                             "location = /found { rewrite ^ /update redirect; }\n"
-                             "location = /nowhere { return 301 nourl; }\n"
-                             "location = /far { return 301 http://127.0.0.1/" +
-                             std::string(300, 'x') + "; }\n");
+        nginx.addServerLines(
+            "absolute_redirect on; location = /moved { rewrite ^ /update permanent; }\n"
+            "location = /twice { rewrite ^ /moved permanent; }\n"
+            "location = /found { rewrite ^ /update redirect; }\n"
+            "location = /308 { return 308 http://$http_host/update; }\n"
+            "location = /404 { return 404 \"[Language 7]\\nBuild=1\\n\"; }\n"
+            "location = /500 { return 500 \"[Language 7]\\nBuild=1\\n\"; }\n"
+            "location = /nowhere { return 301 nourl; }\n"
+            "location = /far { return 301 http://127.0.0.1/" +
+            p + "; }\n");
         if (!nginx.start()) {
             QOR_SKIP_OR_FAIL(nginx.problem());
         }
@@ -85,32 +75,25 @@ protected:
 };
 
 TEST_F(UpdateCheck, GivesTheFactsOfALanguage) {
-    struct Case {
-        const char* name;
-        const char* path;
-        int language;
-        std::string expected;
+    const std::tuple<std::string, int, std::string> cases[] = {
+        {"/update", 7, seven},
+        {"/update", 2, two},
+        {"/update", 9, two}, // a missing language
+        {"/update", -1, entry(2, number(1)) + endMark},
+        {"/update", 8, entry(1, p) + entry(2, number(0)) + entry(6, i) + entry(5, "") + endMark},
+        {"/moved", 7, seven},
     };
-    const Case cases[] = {
-        {"all facts", "/update", 7, seven},
-        {"some facts", "/update", 2, two},
-        {"missing language", "/update", 9, two},
-        {"limits", "/update", 8,
-         entry(1, std::string(256, 'p')) + entry(2, number(0)) + entry(6, std::string(256, 'i')) +
-             entry(5, "") + endMark},
-        {"neither language", "/other", 9, endMark},
-        {"empty description", "/empty", 7, endMark},
-        {"one redirect", "/moved", 7, seven},
-        {"two redirects", "/twice", 7, endMark},
-        {"redirect by 302", "/found", 7, endMark},
-        {"redirect to no URL", "/nowhere", 7, endMark},
-        {"redirect to a long URL", "/far", 7, endMark},
-        {"missing", "/missing", 7, endMark},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(check(c.language, nginx.url(c.path)), c.expected);
+    for (const auto& [path, language, expected] : cases) {
+        SCOPED_TRACE(path + std::to_string(language));
+        EXPECT_EQ(check(language, nginx.url(path)), expected);
     }
+    for (const char* const path :
+         {"/other", "/empty", "/twice", "/found", "/308", "/404", "/500", "/nowhere", "/far"}) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(check(7, nginx.url(path)), endMark);
+    }
+    // There is no TLS: such a URL is asked in the clear.
+    EXPECT_EQ(check(7, "https" + nginx.url("/update").substr(4)), seven);
 }
 
 TEST_F(UpdateCheck, GoesThroughAProxy) {
@@ -133,31 +116,25 @@ TEST_F(UpdateCheck, CopiesOnlyWhatFits) {
     EXPECT_EQ(CheckForUpdate(2, url.c_str(), nullptr, 0, nullptr, size), 0u);
 }
 
-TEST_F(UpdateCheck, FollowsARedirectWhoseAnswerEndsEarly) {
-    const std::string moved =
-        "HTTP/1.0 301 Moved\r\nLocation: " + nginx.url("/update") + "\r\n\r\n";
-    // Without a length and without a body the exchange fails and is repeated; its status counts.
-    ScriptedServer server({{readRequest(), sendBytes(moved)}, {readRequest(), sendBytes(moved)}});
-    EXPECT_EQ(check(7, server.url("/")), seven);
-    EXPECT_EQ(server.wait(), "");
+// Answers that end too early are asked for once more; then their status counts.
+TEST_F(UpdateCheck, JudgesAnExchangeThatFails) {
+    const std::string moved = "301 X\r\nLocation: " + nginx.url("/update") + "\r\n\r\n";
+    const std::string cut = "200 OK\r\nContent-Length: 99\r\n\r\n[Language 7]\nBuild=1\n";
+    for (const auto& [answer, expected] : {std::pair(moved, seven), std::pair(cut, endMark)}) {
+        const Script script = {readRequest(), sendBytes("HTTP/1.0 " + answer)};
+        ScriptedServer server({script, script});
+        EXPECT_EQ(check(7, server.url("/")), expected);
+        EXPECT_EQ(server.wait(), "");
+    }
 }
 
 TEST(UpdateCheckFailure, IsToldByTheLength) {
-    EXPECT_EQ(check(7, ""), "");
-    EXPECT_EQ(check(7, "http://127.0.0.1"), "");
-    EXPECT_EQ(check(7, "http://127.0.0.1:x"), "");
-    EXPECT_EQ(check(7, "http://127.0.0.1:" + std::to_string(unusedPort()) + "/"), "");
-    char out[16];
-    EXPECT_EQ(CheckForUpdate(7, nullptr, nullptr, 0, out, sizeof out), 0u);
-}
-
-TEST(UpdateCheckFailure, OfTheExchangeGivesTheEndMark) {
-    const std::string text = "[Language 7]\nBuild=1\n";
-    const std::string cut = "HTTP/1.0 200 OK\r\nContent-Length: 99\r\n\r\n" + text;
-    ScriptedServer server({{readRequest(), sendBytes(cut)}, {readRequest(), sendBytes(cut)}});
-    EXPECT_EQ(check(7, server.url("/")), endMark);
-    EXPECT_EQ(server.wait(), "");
-    EXPECT_EQ(server.connections(), 2u);
+    const std::string nobody = "http://127.0.0.1:" + std::to_string(unusedPort()) + "/";
+    const char* const urls[] = {"", "http://127.0.0.1:x", nobody.c_str(), nullptr};
+    for (const char* const url : urls) {
+        char out[16];
+        EXPECT_EQ(CheckForUpdate(7, url, nullptr, 0, out, sizeof out), 0u);
+    }
 }
 
 } // namespace
