@@ -11,29 +11,25 @@
 #include <functional>
 #include <thread>
 
-#include "loopback.h"
+inline bool beginDetached(void* (*routine)(void*), void* argument) {
+    std::thread(routine, argument).detach();
+    return true;
+}
 
-// What the library gets where it makes these calls: the system's own answer, until a test puts
-// something else here.
+// What the library gets where it makes these calls. A test puts in what it expects to be called.
 struct Calls {
-    std::function<int(const char*, addrinfo**)> resolve = [](const char* host, addrinfo** list) {
-        return getaddrinfo(host, nullptr, nullptr, list);
-    };
-    std::function<void(addrinfo*)> release = freeaddrinfo;
-    std::function<int(int, const sockaddr*, socklen_t)> connectTo = connect;
-    std::function<ssize_t(int, const void*, std::size_t)> transmit = support::sendQuietly;
-    std::function<ssize_t(int, void*, std::size_t, int)> take = recv;
+    std::function<int(const char*, addrinfo**)> resolve;
+    std::function<void(addrinfo*)> release;
+    std::function<int(int, const sockaddr*, socklen_t)> connectTo;
+    std::function<ssize_t(int, const void*, std::size_t)> transmit;
+    std::function<ssize_t(int, void*, std::size_t, int)> take;
     std::function<int(int, int, int, const void*, socklen_t)> setOption = setsockopt;
-    std::function<bool(void* (*)(void*), void*)> begin = [](void* (*routine)(void*),
-                                                            void* argument) {
-        std::thread(routine, argument).detach();
-        return true;
-    };
+    std::function<bool(void* (*)(void*), void*)> begin = beginDetached;
 };
 
 extern Calls calls;
 
-// Each test begins and ends with the system's own calls.
+// Each test begins anew.
 class ReplacedCalls : public testing::Test {
 protected:
     void TearDown() override {

@@ -10,13 +10,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <memory>
-#include <ostream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,24 +30,10 @@ namespace {
 using namespace support;
 using std::chrono::milliseconds;
 
-// The members are packed: their values, never references to them, go into the expectations.
-struct State {
-    unsigned int connected;
-    unsigned int lastError;
-    bool open;
-};
-
-State stateOf(const TcpClient& client) {
-    return {client.connected, client.lastError, client.sock != -1};
-}
-
-bool operator==(const State& a, const State& b) {
-    return a.connected == b.connected && a.lastError == b.lastError && a.open == b.open;
-}
-
-std::ostream& operator<<(std::ostream& out, const State& state) {
-    return out << "connected " << state.connected << ", last error " << state.lastError
-               << (state.open ? ", open" : ", no socket");
+// "connected, last error, socket". The members are packed: no references to them.
+std::string stateOf(const TcpClient& client) {
+    return std::to_string(client.connected) + ", " + std::to_string(client.lastError) +
+           (client.sock == -1 ? ", none" : ", open");
 }
 
 signed char sendText(TcpClient& client, const std::string& text) {
@@ -66,165 +51,119 @@ std::string readOnce(TcpClient& client, Reader read = &TcpClient::Receive, unsig
     return done == 1 ? bytes : "failed " + std::to_string(size);
 }
 
-milliseconds since(std::chrono::steady_clock::time_point begin) {
-    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+using Clock = std::chrono::steady_clock;
+
+long long millisecondsSince(Clock::time_point begin) {
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count();
 }
 
-// What the library sets on a socket.
-struct Options {
-    bool lingers;
-    int lingerSeconds;
-    bool reusesAddress;
-    bool reusesPort;
-};
+int optionOf(int sock, int level, int option) {
+    int value = -1;
+    socklen_t length = sizeof value;
+    getsockopt(sock, level, option, &value, &length);
+    return value;
+}
 
-Options optionsOf(int sock) {
+// What the library sets on a socket: whether and how long it lingers, which reuse it allows.
+std::string optionsOf(int sock) {
     linger lingering = {-1, -1};
-    int address = -1;
-    int port = -1;
     socklen_t length = sizeof lingering;
     getsockopt(sock, SOL_SOCKET, SO_LINGER, &lingering, &length);
-    length = sizeof address;
-    getsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &address, &length);
-    getsockopt(sock, SOL_SOCKET, SO_REUSEPORT, &port, &length);
-    return {lingering.l_onoff != 0, lingering.l_linger, address != 0, port != 0};
+    return std::string(lingering.l_onoff != 0 ? "lingers " : "closes ") +
+           std::to_string(lingering.l_linger) +
+           (optionOf(sock, SOL_SOCKET, SO_REUSEADDR) != 0 ? ", reuses address" : "") +
+           (optionOf(sock, SOL_SOCKET, SO_REUSEPORT) != 0 ? ", reuses port" : "");
 }
 
-bool operator==(const Options& a, const Options& b) {
-    return a.lingers == b.lingers && a.lingerSeconds == b.lingerSeconds &&
-           a.reusesAddress == b.reusesAddress && a.reusesPort == b.reusesPort;
-}
-
-struct Target {
-    const char* name;
-    const char* host;
-    Loopback family;
-    bool asObject;
-};
-
-class TcpClientTarget : public testing::TestWithParam<Target> {};
-
-TEST_P(TcpClientTarget, IsConnected) {
-    const Target& target = GetParam();
-    if (target.family == Loopback::v6 && !hasIpv6Loopback()) {
-        QOR_SKIP_OR_FAIL("there is no IPv6 loopback address");
-    }
-    ScriptedServer server({{readBytes(4), sendBytes("pong")}}, target.family);
-    const unsigned int port = server.port() + 0x10000u; // only 16 bits count
-    TcpClient client;
-    QorIpAddr addr(target.host);
-    EXPECT_EQ(
-        target.asObject ? client.Connect(&addr, port, 1) : client.Connect(target.host, port, 1), 1);
-    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
-    EXPECT_EQ(client.ssl, 1);
-    EXPECT_EQ(+client.port, port);
-    EXPECT_STREQ(client.hostName, target.asObject ? "" : target.host);
-    EXPECT_EQ(fcntl(client.sock, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-    EXPECT_TRUE(optionsOf(client.sock) == (Options{true, 0, false, false}));
-    EXPECT_EQ(sendText(client, "ping"), 1);
-    EXPECT_EQ(readOnce(client), "pong");
-    EXPECT_EQ(server.wait(), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(All, TcpClientTarget,
-                         testing::Values(Target{"Name", "localhost", Loopback::v4, false},
-                                         Target{"V4Text", "127.0.0.1", Loopback::v4, false},
-                                         Target{"V4Object", "127.0.0.1", Loopback::v4, true},
-                                         Target{"V6Text", "::1", Loopback::v6, false},
-                                         Target{"V6Object", "::1", Loopback::v6, true}),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-TEST(TcpClient, TellsWhyAConnectFailed) {
+TEST(TcpClient, ConnectsToItsTarget) {
     struct Case {
-        const char* name;
         const char* host;
-        unsigned int lastError;
+        int family;
+        bool asObject;
     };
     const Case cases[] = {
-        {"refused", "127.0.0.1", 1}, {"no address, so no socket", "", 0}, {"null", nullptr, 0}};
+        {"localhost", AF_INET, false},
+        {"127.0.0.1", AF_INET, true},
+        {"::1", AF_INET6, false},
+    };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        const RefusingPort refusing;
+        SCOPED_TRACE(c.host);
+        ScriptedServer server({{readBytes(4), sendBytes("pong")}}, c.family);
+        if (server.port() == 0) {
+            QOR_SKIP_OR_FAIL("there is no such loopback address");
+        }
+        const unsigned int port = server.port() + 0x10000u; // only 16 bits count
+        TcpClient client;
+        QorIpAddr addr(c.host);
+        EXPECT_EQ(c.asObject ? client.Connect(&addr, port, 1) : client.Connect(c.host, port, 1), 1);
+        EXPECT_EQ(stateOf(client), "1, 0, open");
+        EXPECT_EQ(client.ssl, 1);
+        EXPECT_EQ(+client.port, port);
+        EXPECT_EQ(fcntl(client.sock, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+        EXPECT_EQ(optionsOf(client.sock), "lingers 0");
+        EXPECT_EQ(sendText(client, "ping"), 1);
+        EXPECT_EQ(readOnce(client), "pong");
+        EXPECT_EQ(server.wait(), "");
+    }
+}
+
+TEST(TcpClient, TellsWhyAConnectFailed) {
+    QorIpAddr refused("127.0.0.1");
+    QorIpAddr none; // so no socket
+    const unsigned int port = refusingPort();
+    for (QorIpAddr* const addr : {&refused, &none, static_cast<QorIpAddr*>(nullptr)}) {
         const std::size_t descriptors = openDescriptors();
         TcpClient client;
         client.connected = 1; // of an earlier connection: only a cut clears it
-        QorIpAddr addr(c.host == nullptr ? "" : c.host);
-        EXPECT_EQ(client.Connect(c.host == nullptr ? nullptr : &addr, refusing.port(), 0), 0);
-        EXPECT_EQ(stateOf(client), (State{1, c.lastError, false}));
+        EXPECT_EQ(client.Connect(addr, port, 0), 0);
+        EXPECT_EQ(stateOf(client), addr == &refused ? "1, 1, none" : "1, 0, none");
         EXPECT_EQ(openDescriptors(), descriptors);
     }
-    TcpClient client;
-    EXPECT_EQ(client.Connect(static_cast<const char*>(nullptr), 1, 0), 0);
 }
 
 TEST(TcpClient, KeepsAHostNameThatFits) {
-    const RefusingPort refusing;
-    const unsigned int port = refusing.port();
     TcpClient client;
     const std::string longest = "127.0.0.1" + std::string(118, '.');
     for (const std::string& host : {longest, longest + "."}) {
-        client.Connect(host.c_str(), port, 0);
+        client.Connect(host.c_str(), refusingPort(), 0);
         EXPECT_EQ(client.hostName, longest);
     }
     strcpy_qor(client.hostName, sizeof client.hostName, "//127.0.0.1");
     for (const std::ptrdiff_t begin : {2, 0}) { // of a host that stands in the member itself
         client.lastError = 0;
-        EXPECT_EQ(client.Connect(client.hostName + begin, port, 0), 0);
+        client.Connect(client.hostName + begin, refusingPort(), 0);
         EXPECT_STREQ(client.hostName, "127.0.0.1");
         EXPECT_EQ(+client.lastError, 1u); // it was tried
     }
 }
 
 TEST(TcpClient, CutsAConnectAtItsTimeout) {
-    struct Case {
-        unsigned int timeout; // s
-        int atLeast;          // ms
-    };
-    for (const Case& c : {Case{0, 100}, Case{1, 1000}}) {
-        SCOPED_TRACE(c.timeout);
-        FullBacklogListener listener;
-        ASSERT_TRUE(listener.full());
-        const std::size_t threads = runningThreads();
-        ScriptedServer server({{readToEnd()}});
+    const FullBacklogListener listener;
+    ASSERT_NE(listener.port, 0);
+    for (const unsigned int timeout : {0u, 1u}) {
+        SCOPED_TRACE(timeout);
         TcpClient client;
-        client.timeout = c.timeout;
-        // Nothing of an earlier connect ends the next one early.
-        ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
-        client.Disconnect();
-        EXPECT_EQ(server.wait(), "");
+        client.timeout = timeout;
+        {
+            // Nothing of an earlier connect ends the next one early.
+            ScriptedServer server({{readToEnd()}});
+            ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
+            EXPECT_EQ(stateOf(client), "1, 0, open");
+            client.Disconnect();
+            EXPECT_EQ(server.wait(), "");
+        }
         client.connected = 1;
+        const std::size_t threads = runningThreads();
         const std::size_t descriptors = openDescriptors();
-        const auto begin = std::chrono::steady_clock::now();
-        EXPECT_EQ(client.Connect("127.0.0.1", listener.port(), 0), 0);
-        EXPECT_GE(since(begin).count(), c.atLeast);
-        EXPECT_LT(since(begin).count(), c.atLeast + 3000); // the machine may be slow
-        EXPECT_EQ(stateOf(client), (State{0, 1, false}));
-        EXPECT_EQ(+client.connecting, 0u);
-        EXPECT_EQ(+client.watchdogDone, 1u);
+        const auto begin = Clock::now();
+        EXPECT_EQ(client.Connect("127.0.0.1", listener.port, 0), 0);
+        const long long atLeast = timeout == 0 ? 100 : 1000;
+        EXPECT_GE(millisecondsSince(begin), atLeast);
+        EXPECT_LT(millisecondsSince(begin), atLeast + 3000); // the machine may be slow
+        EXPECT_EQ(stateOf(client), "0, 1, none");
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_TRUE(waitUntil([threads] { return runningThreads() <= threads; }));
     }
-}
-
-TEST(TcpClient, ConnectsWithinTheTimeout) {
-    FullBacklogListener listener;
-    ASSERT_TRUE(listener.full());
-    std::thread helper([&listener] {
-        std::this_thread::sleep_for(milliseconds(300));
-        listener.makeRoom();
-    });
-    TcpClient client;
-    EXPECT_EQ(client.Connect("127.0.0.1", listener.port(), 0), 1);
-    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
-    helper.join();
-}
-
-TEST(TcpClient, KeepsWhatStandsByTheFirstLookOfTheWatch) {
-    ScriptedServer server({{readToEnd()}});
-    TcpClient client;
-    client.timeout = 0;
-    ASSERT_EQ(client.Connect("127.0.0.1", server.port(), 0), 1);
-    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
 }
 
 TEST(TcpClient, LeavesAnOpenSocketToANewConnect) {
@@ -241,7 +180,7 @@ TEST(TcpClient, LeavesAnOpenSocketToANewConnect) {
 TEST(TcpClient, DoesNothingWithoutASocket) {
     TcpClient client;
     EXPECT_EQ(+client.timeout, 15u);
-    EXPECT_EQ(client.ssl, 0);
+    EXPECT_EQ(client.Connect(static_cast<const char*>(nullptr), 1, 0), 0);
     EXPECT_EQ(sendText(client, ""), 0);
     EXPECT_EQ(readOnce(client), "failed 64");
     EXPECT_EQ(client.WaitForReceive(0), 0);
@@ -249,9 +188,8 @@ TEST(TcpClient, DoesNothingWithoutASocket) {
     EXPECT_EQ(client.sslInit(), 1);
     EXPECT_EQ(client.SetOption(QOR_TCPCLIENT_OPTION_NONE, nullptr, 0), 0);
     EXPECT_EQ(client.GetOption(QOR_TCPCLIENT_OPTION_NONE, nullptr, nullptr), 0);
-    client.SetKeepAlive();
     EXPECT_EQ(client.Disconnect(), 1);
-    EXPECT_EQ(stateOf(client), (State{0, 0, false}));
+    EXPECT_EQ(stateOf(client), "0, 0, none");
     EXPECT_EQ(client.ssl, 0);
 }
 
@@ -273,28 +211,22 @@ TEST_F(TcpClientConnection, SendsWholeBuffersToASlowReader) {
         data[i] = static_cast<char>(i * 31 >> 8);
     }
     connectTo({pauseFor(milliseconds(200)), readBytes(data.size())});
-    EXPECT_EQ(sendText(client, ""), 1);
     EXPECT_EQ(sendText(client, data), 1);
     EXPECT_EQ(server->wait(), "");
     EXPECT_TRUE(server->received(0) == data);
 }
 
 TEST_F(TcpClientConnection, ReceivesUntilThePeerEnds) {
-    struct Case {
-        const char* name;
-        Step end;
-    };
-    for (const Case& c : {Case{"orderly close", closeNow()}, Case{"reset", reset()}}) {
-        SCOPED_TRACE(c.name);
-        connectTo({sendBytes("abcdef"), pauseUntilReleased(), c.end});
+    for (const Step& end : {closeNow(), reset()}) {
+        connectTo({sendBytes("abcdef"), pauseUntilReleased(), end});
         EXPECT_EQ(readOnce(client, &TcpClient::Receive, 4), "abcd");
         EXPECT_EQ(readOnce(client), "ef");
         server->release();
         EXPECT_EQ(client.WaitForReceive(5), 1);
         EXPECT_EQ(readOnce(client), "failed 0");
-        EXPECT_EQ(stateOf(client), (State{0, 0, true}));
+        EXPECT_EQ(stateOf(client), "0, 0, open");
         EXPECT_EQ(client.Disconnect(), 1);
-        EXPECT_EQ(stateOf(client), (State{0, 0, false}));
+        EXPECT_EQ(stateOf(client), "0, 0, none");
     }
 }
 
@@ -306,15 +238,15 @@ TEST_F(TcpClientConnection, GivesUpAReceiveAtTheTimeout) {
                    sendBytes(early ? "" : "late"), readToEnd()});
         client.timeout = timeout;
         EXPECT_EQ(client.WaitForReceive(early ? 5 : 1), early ? 1 : 0);
-        const auto begin = std::chrono::steady_clock::now();
+        const auto begin = Clock::now();
         EXPECT_EQ(readOnce(client), "failed 0");
-        EXPECT_GE(since(begin).count(), timeout * 1000);
-        EXPECT_LT(since(begin).count(), timeout * 1000 + 1500);
-        EXPECT_EQ(stateOf(client), (State{0, 3, true}));
+        EXPECT_GE(millisecondsSince(begin), timeout * 1000);
+        EXPECT_LT(millisecondsSince(begin), timeout * 1000 + 1500);
+        EXPECT_EQ(stateOf(client), "0, 3, open");
 
         server->release();
         EXPECT_EQ(readOnce(client), "failed 64"); // at once: it is no longer connected
-        EXPECT_EQ(stateOf(client), (State{0, 0, true}));
+        EXPECT_EQ(stateOf(client), "0, 0, open");
         EXPECT_EQ(readOnce(client, &TcpClient::Peek), "late"); // the socket is there all the same
         client.Disconnect();
     }
@@ -322,30 +254,12 @@ TEST_F(TcpClientConnection, GivesUpAReceiveAtTheTimeout) {
 
 TEST_F(TcpClientConnection, WaitsLongerThanOneSecond) {
     const Step late = pauseFor(milliseconds(1300));
-    connectTo({pauseUntilReleased(), late, sendBytes("ab"), pauseUntilReleased(), late,
-               sendBytes("cd"), readToEnd()});
+    connectTo({late, sendBytes("ab"), pauseUntilReleased(), late, sendBytes("cd"), readToEnd()});
     client.timeout = 3;
-    server->release();
     EXPECT_EQ(readOnce(client), "ab");
     server->release();
     EXPECT_EQ(client.WaitForReceive(3), 1);
     EXPECT_EQ(readOnce(client), "cd");
-}
-
-TEST_F(TcpClientConnection, HandsFlagsToTheRead) {
-    connectTo({sendBytes("ab"), readToEnd()});
-    const auto read = [this](int flags, signed char wait) {
-        unsigned char bytes[8];
-        unsigned int size = sizeof bytes;
-        const signed char done =
-            client.receive(bytes, &size, static_cast<unsigned int>(flags), wait);
-        return std::to_string(done) + " " + std::string(bytes, bytes + size);
-    };
-    EXPECT_EQ(read(MSG_PEEK, 1), "1 ab");
-    EXPECT_EQ(read(MSG_PEEK, 0), "1 ab");
-    EXPECT_EQ(read(0, 1), "1 ab");
-    EXPECT_EQ(read(MSG_DONTWAIT, 0), "0 ");
-    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
 }
 
 TEST_F(TcpClientConnection, TakesBytesOutWithAPeek) {
@@ -357,7 +271,6 @@ TEST_F(TcpClientConnection, TakesBytesOutWithAPeek) {
 
 TEST_F(TcpClientConnection, OnlyRecordsThatSslWasStarted) {
     connectTo({readToEnd()});
-    EXPECT_EQ(client.ssl, 0);
     EXPECT_EQ(client.StartSSL(), 1);
     EXPECT_EQ(client.ssl, 1);
     client.Disconnect();
@@ -367,29 +280,21 @@ TEST_F(TcpClientConnection, OnlyRecordsThatSslWasStarted) {
 
 TEST_F(TcpClientConnection, SetsNoKeepAlive) {
     connectTo({readToEnd()});
-    const auto option = [this](int level, int name) {
-        int value = -1;
-        socklen_t length = sizeof value;
-        getsockopt(client.sock, level, name, &value, &length);
-        return value;
-    };
-    const int before = option(IPPROTO_TCP, 8);
+    const int before = optionOf(client.sock, IPPROTO_TCP, 8);
     client.SetKeepAlive();
 #if defined(TCP_NOOPT)
-    EXPECT_NE(option(IPPROTO_TCP, 8), before);
+    EXPECT_NE(optionOf(client.sock, IPPROTO_TCP, 8), before);
 #else
-    EXPECT_EQ(option(IPPROTO_TCP, 8), before);
+    EXPECT_EQ(optionOf(client.sock, IPPROTO_TCP, 8), before);
 #endif
-    EXPECT_EQ(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+    EXPECT_EQ(optionOf(client.sock, SOL_SOCKET, SO_KEEPALIVE), 0);
 }
 
 TEST_F(TcpClientConnection, SendsToABrokenPeerWithoutASignal) {
-    static volatile sig_atomic_t signals;
-    signals = 0;
+    static volatile sig_atomic_t signals = 0;
     const auto count = [](int) { signals = signals + 1; };
     void (*const before)(int) = signal(SIGPIPE, count);
     connectTo({reset()});
-    EXPECT_EQ(server->wait(), "");
     EXPECT_EQ(client.WaitForReceive(5), 1); // the reset is there
     EXPECT_EQ(sendText(client, "x"), 0);    // tells it once
     EXPECT_EQ(sendText(client, "x"), 0);    // now the pipe is broken
@@ -401,15 +306,13 @@ TEST_F(TcpClientConnection, SendsToABrokenPeerWithoutASignal) {
 TEST_F(TcpClientConnection, WaitsOnHighDescriptors) {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur <= 1100) {
-        limit.rlim_cur = 1200;
-        if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-            QOR_SKIP_OR_FAIL("no more than 1,100 descriptors are allowed");
-        }
-    }
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, 1200);
+    setrlimit(RLIMIT_NOFILE, &limit);
     connectTo({pauseUntilReleased(), sendBytes("ab"), readToEnd()});
     const int high = fcntl(client.sock, F_DUPFD_CLOEXEC, 1100);
-    ASSERT_GE(high, 1100);
+    if (high < 0) {
+        QOR_SKIP_OR_FAIL("no more than 1,100 descriptors are allowed");
+    }
     close(client.sock);
     client.sock = high;
     EXPECT_EQ(client.WaitForReceive(0), 0);
@@ -421,18 +324,17 @@ TEST_F(TcpClientConnection, WaitsOnHighDescriptors) {
     close(client.sock);
     EXPECT_EQ(client.WaitForReceive(1), 0);
     EXPECT_EQ(readOnce(client), "failed 64");
-    EXPECT_EQ(stateOf(client), (State{1, 0, true}));
+    EXPECT_EQ(stateOf(client), "1, 0, open");
     client.sock = -1;
 }
 
 TEST(QorInet, PreparesSockets) {
-    for (const bool reuse : {false, true}) {
-        SCOPED_TRACE(reuse);
-        const int sock = socket(AF_INET, SOCK_STREAM, 0);
-        EXPECT_EQ(QorInetSetSockOpt(sock, reuse ? 1 : 0), 1);
-        EXPECT_TRUE(optionsOf(sock) == (Options{true, 0, reuse, reuse}));
-        close(sock);
-    }
+    const int sock = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(QorInetSetSockOpt(sock, 0), 1);
+    EXPECT_EQ(optionsOf(sock), "lingers 0");
+    EXPECT_EQ(QorInetSetSockOpt(sock, 1), 1);
+    EXPECT_EQ(optionsOf(sock), "lingers 0, reuses address, reuses port");
+    close(sock);
     EXPECT_EQ(QorInetSetSockOpt(-1, 0), 0);
 }
 
