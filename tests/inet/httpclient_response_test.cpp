@@ -193,7 +193,7 @@ TEST(HttpConnect, TellsAFailureAndLeaksNothing) {
         EXPECT_STREQ(http.errorText, "TCP Connect failed");
         http.send(1, "/");
         EXPECT_STREQ(http.errorText, "");
-        EXPECT_EQ(http.Connect("127.0.0.1", unusedPort(), 0), 0);
+        EXPECT_EQ(http.Connect("127.0.0.1", refusingPort(), 0), 0);
         EXPECT_STREQ(http.errorText, "TCP Connect failed");
         ASSERT_EQ(http.Connect("127.0.0.1", server.port(), 1), 1);
         EXPECT_EQ(tcp.ssl, 1);

@@ -129,7 +129,7 @@ TEST_F(UpdateCheck, JudgesAnExchangeThatFails) {
 }
 
 TEST(UpdateCheckFailure, IsToldByTheLength) {
-    const std::string nobody = "http://127.0.0.1:" + std::to_string(unusedPort()) + "/";
+    const std::string nobody = "http://127.0.0.1:" + std::to_string(refusingPort()) + "/";
     const char* const urls[] = {"", "http://127.0.0.1:x", nobody.c_str(), nullptr};
     for (const char* const url : urls) {
         char out[16];

@@ -45,6 +45,22 @@ int bindToLoopback(int family) {
     return -1;
 }
 
+// Servers get ports below those that systems give to sockets on their own, so that no connection
+// takes one before its server does. The UDP port of the same number keeps other tests away from it.
+constexpr unsigned int firstServerPort = 20000;
+constexpr unsigned int serverPorts = 10000;
+
+int bindToPort(int type, std::uint16_t port) {
+    const int descriptor = socket(AF_INET, type, 0);
+    makePrivate(descriptor);
+    const sockaddr_in address = loopbackAddress(port);
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        return descriptor;
+    }
+    close(descriptor);
+    return -1;
+}
+
 // False where nobody answers: the queue is full.
 bool isAnswered(int descriptor, std::uint16_t port) {
     makeNonBlocking(descriptor);
@@ -94,10 +110,17 @@ std::uint16_t portOf(int descriptor) {
 }
 
 std::uint16_t unusedPort() {
-    const int descriptor = bindToLoopback(AF_INET);
-    const std::uint16_t port = portOf(descriptor);
-    close(descriptor);
-    return port;
+    static unsigned int next = static_cast<unsigned int>(getpid()) * 8;
+    for (int tries = 0; tries < 1000; ++tries) {
+        const auto port = static_cast<std::uint16_t>(firstServerPort + next++ % serverPorts);
+        const bool reserved = bindToPort(SOCK_DGRAM, port) >= 0; // until the process ends
+        const int free = reserved ? bindToPort(SOCK_STREAM, port) : -1;
+        if (free >= 0) {
+            close(free);
+            return port;
+        }
+    }
+    return 0;
 }
 
 std::uint16_t refusingPort() {

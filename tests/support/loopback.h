@@ -26,7 +26,8 @@ int listenOnLoopback(int family, int backlog);
 // The port that a socket is bound to, 0 on failure.
 std::uint16_t portOf(int descriptor);
 
-// A port of 127.0.0.1 that nobody has at the moment, for a server to take.
+// A port of 127.0.0.1 for a server to take; until the process ends no other test gets it. 0 where
+// there is none.
 std::uint16_t unusedPort();
 
 // A port of 127.0.0.1 that refuses connections: as long as the process lives it is taken, but

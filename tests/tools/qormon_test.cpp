@@ -119,7 +119,7 @@ TEST(Qormon, GoesThroughAProxy) {
 }
 
 TEST(Qormon, SaysThatNobodyAnswers) {
-    const std::string url = "http://127.0.0.1:" + std::to_string(support::unusedPort()) + "/x";
+    const std::string url = "http://127.0.0.1:" + std::to_string(support::refusingPort()) + "/x";
     const Outcome outcome = run("update " + url);
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_EQ(outcome.output, "qormon update: no answer from " + url + "\n");
