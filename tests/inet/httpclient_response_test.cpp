@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -47,6 +48,18 @@ Outcome receive(const std::vector<std::string>& pieces) {
     return receive(http, pieces);
 }
 
+// The same from a server on the network, which sends byte by byte.
+Outcome receiveFromServer(const std::string& answer) {
+    const auto sendBytewise = [&answer](ScriptedServer& server) {
+        return std::all_of(answer.begin(), answer.end(),
+                           [&server](char c) { return server.send(std::string(1, c)); });
+    };
+    ScriptedServer server({{sendBytewise}});
+    HttpClient http(nullptr);
+    EXPECT_EQ(http.Connect("127.0.0.1", server.port(), 0), 1);
+    return outcome(http, http.receiveWait());
+}
+
 const std::string ok = "HTTP/1.1 200 OK\r\n", sized = ok + "Content-Length: ";
 
 TEST(HttpResponse, IsTakenApart) {
@@ -85,6 +98,7 @@ TEST(HttpResponse, IsTakenApart) {
     for (const auto& [name, answer, expected] : cases) {
         SCOPED_TRACE(name);
         EXPECT_EQ(receive({answer}), expected);
+        EXPECT_EQ(receiveFromServer(answer), expected);
     }
 }
 
