@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -18,25 +17,27 @@ ChildProcess::ChildProcess(const std::function<void()>& body) : pid(fork()) {
         fflush(stdout);
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
-    if (pid == -1) {
+}
+
+int ChildProcess::wait() const {
+    int status = -1;
+    waitpid(pid, &status, 0);
+    return status;
+}
+
+Gate::Gate() {
+    if (pipe(ends) != 0) {
         std::abort();
     }
 }
 
-ChildProcess::~ChildProcess() {
-    if (pid != -1) {
-        kill(pid, SIGKILL);
-        wait();
-    }
+Gate::~Gate() {
+    close(ends[0]);
+    close(ends[1]);
 }
 
-int ChildProcess::wait() {
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid) {
-        return -1;
-    }
-    pid = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+void Gate::open() {
+    EXPECT_EQ(write(ends[1], "", 1), 1);
 }
 
 bool Gate::wait() {
