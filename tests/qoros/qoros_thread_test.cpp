@@ -3,8 +3,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <utility>
 #include <vector>
 
 #include "child_process.h"
@@ -21,7 +19,7 @@ struct Report {
     uint64_t found = 0;
     pthread_t self{};
     std::size_t stack = 0;
-    bool detached = true;
+    int kind = PTHREAD_CREATE_DETACHED;
 };
 
 void* report(void* argument) {
@@ -29,22 +27,21 @@ void* report(void* argument) {
     told->found = std::exchange(told->handle, 0u);
     told->self = pthread_self();
 #if defined(__APPLE__)
-    told->stack = pthread_get_stacksize_np(pthread_self());
+    told->stack = pthread_get_stacksize_np(told->self);
 #else
     pthread_attr_t attributes;
-    int state = 0;
-    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_getattr_np(told->self, &attributes);
     pthread_attr_getstacksize(&attributes, &told->stack);
-    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_getdetachstate(&attributes, &told->kind);
     pthread_attr_destroy(&attributes);
-    told->detached = state == PTHREAD_CREATE_DETACHED;
 #endif
     told->made.open();
     return nullptr;
 }
 
-std::string cancelFailed(int error) {
-    return "ERROR QorOsThreadCancel: failed " + errorText(error) + " " + pidTid() + "\n";
+// A message about a failure, made by the calling thread.
+std::string failed(const char* function, int error) {
+    return text("ERROR %s: failed %s %s\n", function, errorText(error).c_str(), pidTid().c_str());
 }
 
 // Waits until the system is no longer asked to cancel a thread; one that is still there is spared.
@@ -64,35 +61,26 @@ bool ends(uint64_t handle) {
 }
 
 TEST_F(QorOsThread, BeginsWithABoundedStackAndKnowsItsHandle) {
-    struct Case {
-        const char* name;
-        int64_t stackSize; // -1: started by QorOsThreadStart
-        std::size_t least;
-        std::size_t most;
-    };
-    const Case cases[] = {
-        {"default", 0, 1, 0x40000},
-        {"as given", 0x100000, 0x100000, 0x100000},
-        {"refused: the system's default", 1, 0x40001, SIZE_MAX},
-        {"started", -1, 1, 0x40000},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    const auto check = [](int64_t stackSize, std::size_t least, std::size_t most) {
+        SCOPED_TRACE(stackSize);
         Report told;
         expectMessages("TRACE QorOsThreadBegin: ok (" + pidTid() + "\n", [&] {
-            const uint32_t size = static_cast<uint32_t>(c.stackSize);
-            EXPECT_EQ(c.stackSize < 0 ? QorOsThreadStart(&told.handle, nullptr, report, &told)
-                                      : QorOsThreadBegin(&told.handle, report, size, &told),
+            const uint32_t size = static_cast<uint32_t>(stackSize);
+            EXPECT_EQ(stackSize < 0 ? QorOsThreadStart(&told.handle, nullptr, report, &told)
+                                    : QorOsThreadBegin(&told.handle, report, size, &told),
                       1u);
         });
         ASSERT_TRUE(told.made.wait());
         EXPECT_EQ(memcmp(&told.found, &told.self, sizeof told.found), 0);
         EXPECT_EQ(told.handle, 0u) << "written after the thread had begun";
-        EXPECT_GE(told.stack, c.least);
-        EXPECT_LE(told.stack, c.most);
-        EXPECT_TRUE(told.detached);
+        EXPECT_TRUE(told.stack >= least && told.stack <= most) << told.stack;
+        EXPECT_EQ(told.kind, PTHREAD_CREATE_DETACHED);
         EXPECT_TRUE(ends(told.found));
-    }
+    };
+    check(0, 1, 0x40000);
+    check(0x100000, 0x100000, 0x100000);
+    check(1, 0x40001, SIZE_MAX); // refused: the system's default
+    check(-1, 1, 0x40000);       // by QorOsThreadStart
     EXPECT_EQ(QorOsThreadBegin(nullptr, report, 0, nullptr), 0u);
 }
 
@@ -105,9 +93,8 @@ TEST_F(QorOsThread, TellsWhyNoneBegins) {
         uint64_t handle = 7;
         uint64_t kept = 7;
         uint32_t state = 0;
-        const std::string failed =
-            "ERROR QorOsThreadBegin: failed " + errorText(EAGAIN) + " " + pidTid() + "\n";
-        expectMessages(failed + failed, [&] {
+        const std::string message = failed("QorOsThreadBegin", EAGAIN);
+        expectMessages(message + message, [&] {
             EXPECT_EQ(QorOsThreadBegin(&handle, report, 0, nullptr), 0u);
             EXPECT_EQ(std::exchange(errno, 0), EAGAIN);
             EXPECT_EQ(QorOsThreadStart(&kept, &state, report, nullptr), 0u);
@@ -130,33 +117,33 @@ void* blockUntilCancelled(void*) {
 TEST_F(QorOsThread, CancelsAndForgets) {
     uint64_t handle = 0;
     QorOsThreadCancel(nullptr);
-    expectMessages("", [&] { QorOsThreadCancel(&handle); });
     ASSERT_EQ(QorOsThreadStart(&handle, nullptr, blockUntilCancelled, nullptr), 1u);
     const uint64_t begun = handle;
+    const auto cancel = [&] { QorOsThreadCancel(&handle); };
 
     seams::cancelError = EPERM;
-    expectMessages(cancelFailed(EPERM), [&] { QorOsThreadCancel(&handle); });
+    expectMessages(failed("QorOsThreadCancel", EPERM), cancel);
     EXPECT_EQ(handle, begun);
     seams::cancelError = 0;
     support::ChildProcess forked([&] { // it has no such thread
-        expectMessages(cancelFailed(ESRCH), [&] { QorOsThreadCancel(&handle); });
+        expectMessages(failed("QorOsThreadCancel", ESRCH), cancel);
     });
     EXPECT_EQ(forked.wait(), 0);
 
-    uint32_t state = 1;
-    expectMessages(
-        text("TRACE QorOsThreadStop(%lu=): do thread cancel\n"
-             "TRACE QorOsThreadCancel: hndl=%p (%s\n",
-             static_cast<unsigned long>(begun), reinterpret_cast<void*>(begun), pidTid().c_str()),
-        [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, nullptr), 1u); });
+    const auto stop = [&] {
+        uint32_t state = 1;
+        EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), 1u);
+        EXPECT_EQ(state, 0u);
+    };
+    expectMessages(text("TRACE QorOsThreadStop(%lu=w): do thread cancel\n"
+                        "TRACE QorOsThreadCancel: hndl=%p (%s\n",
+                        static_cast<unsigned long>(begun), reinterpret_cast<void*>(begun),
+                        pidTid().c_str()),
+                   stop);
     EXPECT_EQ(handle, 0u);
-    EXPECT_EQ(state, 0u);
     EXPECT_TRUE(ends(begun));
-
-    state = 1; // a handle variable decides, whatever it holds
-    expectMessages("TRACE QorOsThreadStop(0=w): do thread cancel\n",
-                   [&] { EXPECT_EQ(QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), 1u); });
-    EXPECT_EQ(state, 0u);
+    // A handle variable decides, whatever it holds.
+    expectMessages("TRACE QorOsThreadStop(0=w): do thread cancel\n", stop);
 }
 
 void* passAndEnd(void* gate) {
@@ -177,9 +164,9 @@ TEST_F(QorOsThread, CancelsNoThreadThatHasEnded) {
     for (const uint64_t ended : handles) {
         ASSERT_TRUE(ends(ended));
     }
-    for (const uint64_t ended : handles) {
-        uint64_t handle = ended;
-        expectMessages(cancelFailed(ESRCH), [&] { QorOsThreadCancel(&handle); });
+    for (uint64_t& handle : handles) {
+        const uint64_t ended = handle;
+        expectMessages(failed("QorOsThreadCancel", ESRCH), [&] { QorOsThreadCancel(&handle); });
         EXPECT_EQ(handle, ended);
     }
 
@@ -211,9 +198,8 @@ TEST_F(QorOsThread, StartsOnceAndStopsByTheStateWord) {
     // A thread that runs or is asked to stop: nothing starts, and the handle is none.
     for (const uint32_t busy : {1u, 3u}) {
         state = busy;
-        handle = 7;
         expectMessages("", [&] {
-            EXPECT_EQ(QorOsThreadStart(&handle, &state, obey, &state), 1u);
+            EXPECT_EQ(QorOsThreadStart(&(handle = 7), &state, obey, &state), 1u);
             EXPECT_EQ(QorOsThreadStart(nullptr, &state, obey, &state), 1u);
         });
         EXPECT_EQ(handle, 0u);
@@ -221,80 +207,59 @@ TEST_F(QorOsThread, StartsOnceAndStopsByTheStateWord) {
     }
 }
 
-// The stop callback of these tests: keeps the word that it finds.
+// Stops by a state word. Its callback keeps the word that it finds.
 uint32_t found = 0;
 
-void look(uint64_t state) {
-    found = *reinterpret_cast<uint32_t*>(state);
-}
-
 uint32_t stop(uint32_t* state, int32_t limit) {
+    const auto look = [](uint64_t word) { found = *reinterpret_cast<uint32_t*>(word); };
     found = 7;
     return QorOsThreadStop(nullptr, state, limit, look, reinterpret_cast<uint64_t>(state), "w");
 }
 
 TEST_F(QorOsThread, PollsForAnAnswerUpToTheLimit) {
-    struct Case {
-        const char* name;
-        int32_t limit;
-        int answered; // during which poll
-        int polls;
-        const char* timeOut;
-    };
-    const Case cases[] = {
-        {"never", 5, 0, 5, "INFO  QorOsThreadStop: w timed out (500 ms)\n"},
-        {"during the last poll", 2, 2, 2, "INFO  QorOsThreadStop: w timed out (200 ms)\n"},
-        {"before the last poll", 2, 1, 1, ""},
-        {"no limit", 0, 3, 3, ""},
-        {"nearly no limit", -1, 3, 3, ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    const auto check = [](int32_t limit, int answered, int expectedPolls, const char* timeOut) {
+        SCOPED_TRACE(text("answered in poll %d of %d", answered, limit));
         uint32_t state = 1;
         int polls = 0;
         seams::onSleep = [&](const timeval& duration) {
             EXPECT_EQ(duration.tv_sec * 1000000 + duration.tv_usec, 100000);
-            state = ++polls == c.answered ? 0 : state;
+            state = ++polls == answered ? 0 : state;
             return 0;
         };
         expectMessages(text("TRACE QorOsThreadStop: do thread w stop\n%s"
                             "TRACE QorOsThreadStop: thread w is stopped\n",
-                            c.timeOut),
-                       [&] { EXPECT_EQ(stop(&state, c.limit), *c.timeOut == '\0' ? 1u : 0u); });
-        EXPECT_EQ(polls, c.polls);
+                            timeOut),
+                       [&] { EXPECT_EQ(stop(&state, limit), *timeOut == '\0' ? 1u : 0u); });
+        EXPECT_EQ(polls, expectedPolls);
         EXPECT_EQ(found, 3u);
-        EXPECT_EQ(state, c.answered == 0 ? 3u : 0u);
-    }
+        EXPECT_EQ(state, answered == 0 ? 3u : 0u);
+    };
+    check(5, 0, 5, "INFO  QorOsThreadStop: w timed out (500 ms)\n");
+    check(2, 2, 2, "INFO  QorOsThreadStop: w timed out (200 ms)\n");
+    check(2, 1, 1, "");
+    check(0, 3, 3, ""); // no limit
+    check(-1, 3, 3, "");
 }
 
 TEST_F(QorOsThread, LeavesAThreadAloneThatStopsByItself) {
     uint32_t state = 0;
     expectMessages("TRACE QorOsThreadStop: thread w is stopped\n"
                    "ERROR QorOsThreadStop: !!! w parameter are missing !!!\n",
-                   [&] {
-                       EXPECT_EQ(stop(&state, 1), 1u);
-                       EXPECT_EQ(stop(nullptr, 1), 1u);
-                   });
+                   [&] { EXPECT_EQ(stop(&state, 1) + stop(nullptr, 1), 2u); });
     EXPECT_EQ(found, 7u) << "there was nobody to wake";
 
     // It ends between the look at its word and the request.
     QorOsvResLogLevel(log, QOR_LOG_STDOUT);
-    seams::onSyslog = [&](const std::string& message) {
-        state = message == "TRACE QorOsThreadStop: do thread w stop\n" ? 0 : state;
-    };
-    state = 1;
-    EXPECT_EQ(stop(&state, 1), 1u);
+    seams::onSyslog = [&](const std::string&) { state = 0; };
+    EXPECT_EQ(stop(&(state = 1), 1), 1u);
     EXPECT_EQ(found, 0u) << "a stop request stands over the end";
 }
 
-int firstRan = 0;
-int secondRan = 0;
-
 TEST_F(QorOsThread, CallsOnceForTheWholeProcess) {
-    EXPECT_EQ(QorOsCallOnce([] { ++firstRan; }), 0);
-    EXPECT_EQ(QorOsCallOnce([] { ++secondRan; }), 0);
-    EXPECT_EQ(firstRan, 1);
-    EXPECT_EQ(secondRan, 0);
+    static std::string ran;
+    EXPECT_EQ(QorOsCallOnce([] { ran += "first"; }), 0);
+    EXPECT_EQ(QorOsCallOnce([] { ran += "second"; }), 0);
+    EXPECT_EQ(ran, "first");
 }
 
 } // namespace
