@@ -33,45 +33,35 @@ TEST_F(QorOsLog, WritesToStandardOutputWithAStampOrToSyslogWithout) {
 }
 
 TEST_F(QorOsLog, LetsALevelThroughThatSharesABitOtherThanTheSelector) {
-    struct Case {
-        uint32_t mask;
-        uint32_t level;
-        bool passes;
-    };
-    const Case cases[] = {
-        {QOR_LOG_STDOUT | QOR_LOG_TRACE, QOR_LOG_TRACE, true},
-        {QOR_LOG_STDOUT | QOR_LOG_TRACE, QOR_LOG_DEBUG, false},
-        {QOR_LOG_STDOUT | QOR_LOG_FATAL, QOR_LOG_FATAL | QOR_LOG_DEBUG, true},
-        {QOR_LOG_STDOUT | 2, 2, true},
-        {0xFFFFFFFF, 1, false},
-        {0xFFFFFFFF, 0, false},
-        {QOR_LOG_STDOUT | 0x80000000, 0x80000000, true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(text("level %X under %X", c.level, c.mask));
+    const auto check = [this](uint32_t mask, uint32_t level, bool passes) {
+        SCOPED_TRACE(text("level %X under %X", level, mask));
         QorOsvResLogLevel(log, 0xFFFFFFFFu);
-        QorOsvSetLogLevel(log, c.mask);
-        EXPECT_EQ(QorOsdGetLogLevel(log), c.mask);
-        expectMessages(c.passes ? "x\nx len=    0\n\nx len=    0\n\n" : "", [&] {
-            QorOsvLog(log, c.level, "x");
-            QorOsvLogData(log, c.level, "x", "", 0, 0);
-            QorOsvvLogData(log, c.level, "", 0, 0, "x");
+        QorOsvSetLogLevel(log, mask);
+        EXPECT_EQ(QorOsdGetLogLevel(log), mask);
+        expectMessages(passes ? "x\nx len=    0\n\nx len=    0\n\n" : "", [&] {
+            QorOsvLog(log, level, "x");
+            QorOsvLogData(log, level, "x", "", 0, 0);
+            QorOsvvLogData(log, level, "", 0, 0, "x");
         });
-    }
+    };
+    check(QOR_LOG_STDOUT | QOR_LOG_TRACE, QOR_LOG_DEBUG, false);
+    check(QOR_LOG_STDOUT | QOR_LOG_FATAL, QOR_LOG_FATAL | QOR_LOG_DEBUG, true);
+    check(QOR_LOG_STDOUT | 2, 2, true);
+    check(0xFFFFFFFF, 1, false);
+    check(0xFFFFFFFF, 0, false);
+    check(QOR_LOG_STDOUT | 0x80000000, 0x80000000, true);
     EXPECT_EQ(seams::takeSyslog(), "");
 }
 
 TEST_F(QorOsLog, DoesNothingWithoutALogOrLevel) {
     QorOsLogRec* none = nullptr;
-    expectMessages("", [&] {
-        QorOsvSetLogLevel(none, 1);
-        QorOsvResLogLevel(none, 1);
-        QorOsvLog(none, QOR_LOG_ERROR, "x");
-        QorOsvLogData(none, QOR_LOG_ERROR, "x", "", 0, 1);
-        QorOsvvLogData(none, QOR_LOG_ERROR, "", 0, 1, "x");
-        QorOsvLogDelete(&none);
-        QorOsvLogDelete(nullptr);
-    });
+    QorOsvSetLogLevel(none, 1);
+    QorOsvResLogLevel(none, 1);
+    QorOsvLog(none, QOR_LOG_ERROR, "x");
+    QorOsvLogData(none, QOR_LOG_ERROR, "x", "", 0, 1);
+    QorOsvvLogData(none, QOR_LOG_ERROR, "", 0, 1, "x");
+    QorOsvLogDelete(&none);
+    QorOsvLogDelete(nullptr);
     EXPECT_EQ(QorOsdGetLogLevel(none), 0u);
     // Nor are arguments evaluated for a level that is off.
     QorOsvResLogLevel(log, QOR_LOG_DEBUG);
@@ -81,36 +71,31 @@ TEST_F(QorOsLog, DoesNothingWithoutALogOrLevel) {
 }
 
 TEST_F(QorOsLog, CutsTextsToTheirBuffers) {
-    struct Case {
-        std::size_t length;
-        std::string tail; // after as many characters as the limit lets through
-    };
-    for (const Case& c : {Case{1541, "\n"}, Case{1542, ""}, Case{1543, ""}}) {
-        SCOPED_TRACE(c.length);
-        const std::string text(c.length, 'm');
-        EXPECT_EQ(messages([&] { QorOsvLog(log, QOR_LOG_ERROR, "%s", text.c_str()); }),
-                  text.substr(0, 1542) + c.tail);
-    }
-    constexpr wint_t euro = 0x20AC; // unknown in the locale "C"
-    expectMessages("ab\nab len=    0\n\n", [&] {
-        QorOsvLog(log, QOR_LOG_ERROR, "ab%lc", euro);
-        QorOsvvLogData(log, QOR_LOG_ERROR, "", 0, 0, "ab%lc", euro);
-    });
-    // The stamp takes 24 of the header's 256 bytes.
-    for (const std::size_t length : {231u, 232u, 233u, 300u}) {
+    // Each text shows as many characters as the limit lets through, and then what fits behind it.
+    const auto check = [](const auto& write, std::size_t limit, std::size_t length,
+                          const std::string& tail) {
         SCOPED_TRACE(length);
-        const std::string text(length, 'c');
-        EXPECT_EQ(messages([&] { QorOsvLogData(log, QOR_LOG_ERROR, text.c_str(), "", 0, 0); }),
-                  text.substr(0, 232) + " len=    0\n\n");
-    }
-    for (const Case& c : {Case{1266, " len=    0\n\n"}, Case{1267, " len=    0\n\n"},
-                          Case{1268, " len=    0\n"}, Case{1279, ""}, Case{1280, ""}}) {
-        SCOPED_TRACE(c.length);
-        const std::string text(c.length, 'v');
-        EXPECT_EQ(
-            messages([&] { QorOsvvLogData(log, QOR_LOG_ERROR, "", 0, 0, "%s", text.c_str()); }),
-            text.substr(0, 1279) + c.tail);
-    }
+        const std::string text(length, 'm');
+        expectMessages(text.substr(0, limit) + tail, [&] { write(text.c_str()); });
+    };
+    const auto line = [this](const char* text) { QorOsvLog(log, QOR_LOG_ERROR, "%s", text); };
+    check(line, 1542, 1541, "\n");
+    check(line, 1542, 1542, "");
+    check(line, 1542, 1543, "");
+    const auto caption = [this](const char* text) {
+        QorOsvLogData(log, QOR_LOG_ERROR, text, "", 0, 0);
+    };
+    check(caption, 232, 232, " len=    0\n\n"); // the stamp takes 24 of the header's 256 bytes
+    check(caption, 232, 233, " len=    0\n\n");
+    const auto dump = [this](const char* text) {
+        QorOsvvLogData(log, QOR_LOG_ERROR, "", 0, 0, "%s", text);
+    };
+    check(dump, 1279, 1267, " len=    0\n\n");
+    check(dump, 1279, 1268, " len=    0\n");
+    check(dump, 1279, 1279, "");
+    check(dump, 1279, 1280, "");
+    constexpr wint_t euro = 0x20AC; // unknown in the locale "C"
+    expectMessages("ab\n", [&] { QorOsvLog(log, QOR_LOG_ERROR, "ab%lc", euro); });
 }
 
 // A process counts its time from its first log object on, and shows captions whole as long as it
@@ -137,30 +122,20 @@ TEST(QorOsLogDeathTest, BeginsWithoutAStamp) {
 }
 
 TEST_F(QorOsLog, StampsTheTimeByItsOwnCountOfYears) {
-    struct Case {
-        const char* name;
-        int64_t seconds;
-        int32_t microseconds;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {"last of 1999", 946684799, 999999, "99-12-31 23:59:59,999"},
-        {"2000 has three digits", 946684800, 0, "100-01-01 00:00:00,000"},
-        {"last of 2000", 978307199, 1000, "100-12-31 23:59:59,001"},
-        {"2001", 978307200, 999, "01-01-01 00:00:00,000"},
-        {"a day in 2024", 1709210096, 70000, "24-02-29 12:34:56,070"},
+    const auto write = [this] { QorOsvLog(log, QOR_LOG_ERROR, "x"); };
+    const auto check = [&](int64_t seconds, int32_t microseconds, const std::string& stamp) {
+        seams::stopClockAt(seconds, microseconds);
+        EXPECT_EQ(standardOutput(write), stamp + " - x\n");
     };
     ASSERT_EQ(setenv("TZ", "UTC", 1), 0);
     tzset();
-    const auto write = [this] { QorOsvLog(log, QOR_LOG_ERROR, "x"); };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        seams::stopClockAt(c.seconds, c.microseconds);
-        EXPECT_EQ(standardOutput(write), c.expected + " - x\n");
-    }
+    check(946684799, 999999, "99-12-31 23:59:59,999");
+    check(946684800, 0, "100-01-01 00:00:00,000");
+    check(978307199, 1000, "100-12-31 23:59:59,001");
+    check(978307200, 999, "01-01-01 00:00:00,000");
     ASSERT_EQ(setenv("TZ", "XYZ-2", 1), 0);
     QorOsLogRec* second = QorOspLogNew(); // takes the time zone of its creation
-    EXPECT_EQ(standardOutput(write), "24-02-29 14:34:56,070 - x\n");
+    check(1709210096, 70000, "24-02-29 14:34:56,070");
     QorOsvLogDelete(&second);
     seams::clock = seams::Clock::Broken;
     EXPECT_EQ(standardOutput(write), "24-02-29 14:34:56,070 - x\n");
@@ -205,19 +180,17 @@ TEST_F(QorOsLog, GivesEachMessageTheLevelOfItsWord) {
         QorOsSetShutdown();                                        // ERROR
         QorOsSetSystemUp();
     };
-    struct Case {
-        uint32_t bit;
-        const char* lines;
-    };
     seams::onSleep = [](const timeval&) { return 0; };
-    for (const Case& c :
-         {Case{QOR_LOG_FATAL, "(FATAL .*\n){1}"}, Case{QOR_LOG_TRACE, "(TRACE .*\n){7}"},
-          Case{QOR_LOG_ERROR, "((ERROR |INFO  |### ).*\n){6}"}, Case{QOR_LOG_DEBUG, ""}}) {
+    const auto check = [&](uint32_t bit, const char* lines) {
         QorOsvResLogLevel(log, 0xFFFFFFFFu);
-        QorOsvSetLogLevel(log, QOR_LOG_STDOUT | c.bit);
+        QorOsvSetLogLevel(log, QOR_LOG_STDOUT | bit);
         const std::string shown = messages(scenario);
-        EXPECT_TRUE(std::regex_match(shown, std::regex(c.lines))) << c.lines << "\n" << shown;
-    }
+        EXPECT_TRUE(std::regex_match(shown, std::regex(lines))) << lines << "\n" << shown;
+    };
+    check(QOR_LOG_FATAL, "(FATAL .*\n){1}");
+    check(QOR_LOG_TRACE, "(TRACE .*\n){7}");
+    check(QOR_LOG_ERROR, "((ERROR |INFO  |### ).*\n){6}");
+    check(QOR_LOG_DEBUG, "");
 }
 
 // A datagram for each write: what stood in the buffer goes first, and nothing stays in it.
@@ -239,8 +212,17 @@ TEST_F(QorOsLog, FlushesStandardOutputBeforeAndAfter) {
     close(ends[1]);
 }
 
+void expectDump(std::size_t size, const void* data, int32_t length, int32_t mode,
+                const std::string& expected) {
+    SCOPED_TRACE(text("%d in mode %d into %zu bytes", length, mode, size));
+    std::string out(1300, '#');
+    vPrepLogData(out.data(), size, data, length, mode);
+    EXPECT_EQ(out.find_first_not_of('#', size), std::string::npos) << "wrote behind the size";
+    EXPECT_EQ(size == 0 ? "#" : out.c_str(), expected);
+}
+
 TEST_F(QorOsLog, DumpsData) {
-    const std::string bytes = "ABCDEFGHIJKLMNOPABCDEFGHIJKLMNOPABCDEFGHIJKLMNOPABCDEFGHIJKLMNOP...";
+    const char* const bytes = "ABCDEFGHIJKLMNOPABCDEFGHIJKLMNOPABCDEFGHIJKLMNOPABCDEFGHIJKLMNOP...";
     const unsigned char limits[] = {0x1F, 0x20, 0x7F, 0x80, 0xFF};
     const int32_t numbers[20] = {10, 0, 0, 1, -1, INT32_MIN};
     const std::string indent(9, ' ');
@@ -248,66 +230,45 @@ TEST_F(QorOsLog, DumpsData) {
     const std::string row = fifteen + " 50   ABCDEFGHIJKLMNOP\n";
     const std::string rows = row + row + row;
     const std::string four = indent + " 41 42 43 44" + std::string(36, ' ') + "   ABCD\n";
-    struct Case {
-        const char* name;
-        const void* data;
-        int32_t length;
-        int32_t mode;
-        std::string expected;
-        std::size_t size = 1280;
-    };
-    const Case cases[] = {
-        {"20 bytes", bytes.data(), 20, 1, " len=   20\n" + row + four + "\n"},
-        {"no bytes", bytes.data(), 0, 1, " len=    0\n\n"},
-        {"negative length", bytes.data(), -5, 1, " len=   -5\n\n"},
-        {"one line", bytes.data(), 16, 1, " len=   16\n" + row + "\n"},
-        {"63 bytes", bytes.data(), 63, 1,
-         " len=   63\n" + rows + fifteen + "      ABCDEFGHIJKLMNO\n\n"},
-        {"64 bytes", bytes.data(), 64, 1, " len=   64\n" + rows + row + "\n"},
-        {"65 bytes show 64", bytes.data(), 65, 1, " len=   65\n" + rows + row + "\n"},
-        {"characters at their limits", limits, 5, 1,
-         " len=    5\n" + indent + " 1F 20 7F 80 FF" + std::string(36, ' ') + ". \x7F..\n\n"},
-        {"address", numbers, 4, 2, " len=    4\n   10.0.0.1\n"},
-        {"unaligned", reinterpret_cast<const char*>(numbers) + 1, 1, 2, " len=    1\n   0\n"},
-        {"negative numbers", numbers + 4, 2, 2, " len=    2\n   -1.-2147483648\n"},
-        {"16 numbers at most", numbers + 1, 17, 2,
-         " len=   17\n   0.0.1.-1.-2147483648.0.0.0.0.0.0.0.0.0.0.0\n"},
-        {"no number", numbers, 0, 2, " len=    0\n  \n"},
-        {"negative count", numbers, -1, 2, " len=   -1\n  \n"},
-        {"other mode", nullptr, 12345, 3, " len=12345\n\n"},
-        {"length of six digits", nullptr, 123456, 0, " len=123456\n\n"},
-        // Cut by whole pieces, two bytes before the end.
-        {"size 0", bytes.data(), 2, 1, "#", 0},
-        {"size 1", bytes.data(), 2, 1, "", 1},
-        {"size 11", bytes.data(), 2, 1, " len=    2", 11},
-        {"size 12", bytes.data(), 2, 1, " len=    2\n", 12},
-        {"size 13", bytes.data(), 2, 1, " len=    2\n\n", 13},
-        {"size 21", bytes.data(), 2, 1, " len=    2\n\n", 21},
-        {"size 22", bytes.data(), 2, 1, " len=    2\n" + indent + "\n", 22},
-        {"size 24", bytes.data(), 2, 1, " len=    2\n" + indent + "\n", 24},
-        {"size 25", bytes.data(), 2, 1, " len=    2\n" + indent + " 41\n", 25},
-        {"numbers, size 15", numbers, 2, 2, " len=    2\n\n", 15},
-        {"numbers, size 16", numbers, 2, 2, " len=    2\n  \n", 16},
-        {"numbers, size 18", numbers, 2, 2, " len=    2\n  \n", 18},
-        {"numbers, size 19", numbers, 2, 2, " len=    2\n   10\n", 19},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::string out(1300, '#');
-        vPrepLogData(out.data(), c.size, c.data, c.length, c.mode);
-        EXPECT_EQ(out.find_first_not_of('#', c.size), std::string::npos) << "wrote behind the size";
-        EXPECT_EQ(c.size == 0 ? "#" : out.c_str(), c.expected);
-    }
+    const std::string five = indent + " 1F 20 7F 80 FF" + std::string(36, ' ') + ". \x7F..\n";
+    const std::string twenty = " len=   20\n" + row + four + "\n";
+
+    expectDump(1280, bytes, 20, 1, twenty);
+    expectDump(1280, bytes, -5, 1, " len=   -5\n\n");
+    expectDump(1280, bytes, 16, 1, " len=   16\n" + row + "\n");
+    expectDump(1280, bytes, 63, 1, " len=   63\n" + rows + fifteen + "      ABCDEFGHIJKLMNO\n\n");
+    expectDump(1280, bytes, 64, 1, " len=   64\n" + rows + row + "\n");
+    expectDump(1280, bytes, 65, 1, " len=   65\n" + rows + row + "\n");
+    expectDump(1280, limits, 5, 1, " len=    5\n" + five + "\n");
+    expectDump(1280, numbers, 4, 2, " len=    4\n   10.0.0.1\n");
+    expectDump(1280, reinterpret_cast<const char*>(numbers) + 1, 1, 2, " len=    1\n   0\n");
+    expectDump(1280, numbers + 4, 17, 2,
+               " len=   17\n   -1.-2147483648.0.0.0.0.0.0.0.0.0.0.0.0.0.0\n");
+    expectDump(1280, numbers, 0, 2, " len=    0\n  \n");
+    expectDump(1280, numbers, -1, 2, " len=   -1\n  \n");
+    expectDump(1280, nullptr, 123456, 3, " len=123456\n\n");
+    // Cut by whole pieces, two bytes before the end.
+    expectDump(0, bytes, 2, 1, "#");
+    expectDump(1, bytes, 2, 1, "");
+    expectDump(11, bytes, 2, 1, " len=    2");
+    expectDump(12, bytes, 2, 1, " len=    2\n");
+    expectDump(21, bytes, 2, 1, " len=    2\n\n");
+    expectDump(22, bytes, 2, 1, " len=    2\n" + indent + "\n");
+    expectDump(24, bytes, 2, 1, " len=    2\n" + indent + "\n");
+    expectDump(25, bytes, 2, 1, " len=    2\n" + indent + " 41\n");
+    expectDump(15, numbers, 2, 2, " len=    2\n\n");
+    expectDump(18, numbers, 2, 2, " len=    2\n  \n");
+    expectDump(19, numbers, 2, 2, " len=    2\n   10\n");
+
     const std::string none = "\npvData = NULL !!!";
-    const std::string dump = cases[0].expected;
-    expectMessages(dump + "cap" + dump + "f:1" + dump + "f:2" + none, [&] {
-        QorOsvLogData(log, QOR_LOG_TRACE, nullptr, bytes.data(), 20, 1);
-        QorOsvLogData(log, QOR_LOG_TRACE, "cap", bytes.data(), 20, 1);
-        QorOsvvLogData(log, QOR_LOG_TRACE, bytes.data(), 20, 1, "%s:%d", "f", 1);
+    expectMessages(twenty + "cap" + twenty + "f:1" + twenty + "f:2" + none + "\ncap" + none, [&] {
+        QorOsvLogData(log, QOR_LOG_TRACE, nullptr, bytes, 20, 1);
+        QorOsvLogData(log, QOR_LOG_TRACE, "cap", bytes, 20, 1);
+        QorOsvvLogData(log, QOR_LOG_TRACE, bytes, 20, 1, "%s:%d", "f", 1);
         QorOsvvLogData(log, QOR_LOG_TRACE, nullptr, 20, 1, "%s:%d", "f", 2);
+        fputs("\n", stdout);
+        QorOsvLogData(log, QOR_LOG_TRACE, "cap", nullptr, 20, 1);
     });
-    expectMessages("cap" + none,
-                   [this] { QorOsvLogData(log, QOR_LOG_TRACE, "cap", nullptr, 20, 1); });
 }
 
 TEST_F(QorOsLog, SharesTheMaskWithAnotherProcessUntilTheLastUserLeaves) {
