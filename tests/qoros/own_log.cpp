@@ -1,23 +1,43 @@
 #include "own_log.h"
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
-#include <sys/select.h>
 #include <sys/shm.h>
+#include <sys/wait.h>
 #include <syslog.h>
+#if defined(__linux__)
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#endif
 
 #include <cstdarg>
-#include <cstring>
 #include <regex>
-
-#include "private_ipc.h"
 
 namespace {
 
 timeval stoppedAt;
+std::string syslogText;
 
-const auto* const privateIpc = testing::AddGlobalTestEnvironment(new support::PrivateIpc);
+// Moves the test program into an IPC name space of its own, where the system has them and allows
+// it. Elsewhere its tests take turns with others, and a running product is in their way.
+[[maybe_unused]] const bool privateIpc = [] {
+#if defined(__linux__)
+    if (unshare(CLONE_NEWIPC) == 0) {
+        return true;
+    }
+    // Without the privilege a user name space lends it. What else it lends goes back at once, since
+    // tests count on being refused things.
+    if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0) {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+        return syscall(SYS_capset, &header, none) == 0;
+    }
+#endif
+    return false;
+}();
 
 // The system's own function of that name.
 template <typename Function>
@@ -50,7 +70,7 @@ time_t time(time_t*) {
 }
 
 void openlog(const char* identity, int option, int facility) {
-    seams::syslogText += text("open %s %d %d\n", identity, option, facility);
+    syslogText += text("open %s %d %d\n", identity, option, facility);
 }
 
 void syslog(int priority, const char* format, ...) {
@@ -59,9 +79,9 @@ void syslog(int priority, const char* format, ...) {
     va_start(arguments, format);
     vsnprintf(body, sizeof body, format, arguments);
     va_end(arguments);
-    seams::syslogText += text("%d %s", priority, body);
+    syslogText += text("%d %s", priority, body);
     if (seams::onSyslog) {
-        seams::onSyslog(body);
+        seams::onSyslog();
     }
     errno = EIO;
 }
@@ -96,6 +116,10 @@ void seams::stopClockAt(int64_t seconds, int32_t microseconds) {
     clock = Clock::Stopped;
 }
 
+std::string seams::takeSyslog() {
+    return std::exchange(syslogText, "");
+}
+
 std::string standardOutput(const std::function<void()>& body) {
     testing::internal::CaptureStdout();
     body();
@@ -111,12 +135,19 @@ std::string text(const char* format, ...) {
     return buffer;
 }
 
+std::string pidTid() {
+    return text("pid=%u tid=%ld)", dProcessId(), dThreadId());
+}
+
+std::string errorText(int error) {
+    return text("(%d=%s", error, strerror(error));
+}
+
 void OwnLog::SetUp() {
     seams::clock = seams::Clock::Real;
     log = QorOspLogNew();
     ASSERT_NE(log, nullptr) << "the control block could not be attached: " << strerror(errno);
-    QorOsvSetLogLevel(log, QOR_LOG_STDOUT | QOR_LOG_FATAL | QOR_LOG_ERROR | QOR_LOG_TRACE |
-                               QOR_LOG_DEBUG);
+    QorOsvSetLogLevel(log, 0xFFFFFFFFu);
     pstLog = log;
 }
 
@@ -127,7 +158,6 @@ void OwnLog::TearDown() {
     seams::onSyslog = nullptr;
     QorOsvResLogLevel(log, 0xFFFFFFFFu);
     QorOsvLogDelete(&log);
-    EXPECT_EQ(log, nullptr);
 }
 
 std::string OwnLog::messages(const std::function<void()>& body) {
@@ -137,4 +167,39 @@ std::string OwnLog::messages(const std::function<void()>& body) {
 
 void OwnLog::expectMessages(const std::string& expected, const std::function<void()>& body) {
     EXPECT_EQ(messages(body), expected);
+}
+
+pid_t startChild(const std::function<void()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        body();
+        fflush(stdout);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    return child;
+}
+
+int waitForChild(pid_t child) {
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+Gate::Gate() {
+    EXPECT_EQ(pipe(ends), 0);
+}
+
+Gate::~Gate() {
+    close(ends[0]);
+    close(ends[1]);
+}
+
+void Gate::open() {
+    EXPECT_EQ(write(ends[1], "", 1), 1);
+}
+
+bool Gate::wait() {
+    pollfd opening{ends[0], POLLIN, 0};
+    char byte;
+    return poll(&opening, 1, 30000) == 1 && read(ends[0], &byte, 1) == 1;
 }

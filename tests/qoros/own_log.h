@@ -1,13 +1,13 @@
-// What the tests of the OS layer's internals share: calls of the system that they replace, and the
-// messages that the layer writes.
+// What the tests of the OS layer's internals share: calls of the system that they replace, the
+// messages that the layer writes, and second processes.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -34,15 +34,12 @@ inline int flushFlags = 0;
 // Stands in for each sleep. Nothing sleeps then.
 inline std::function<int(const timeval&)> onSleep;
 
-// Sees each text that goes to syslog.
-inline std::function<void(const std::string&)> onSyslog;
+// Is told of each message that goes to syslog.
+inline std::function<void()> onSyslog;
 
 // What went to syslog since it was taken last: "open IDENTITY OPTION FACILITY" and "PRIORITY TEXT",
 // each on a line of its own.
-inline std::string syslogText;
-inline std::string takeSyslog() {
-    return std::exchange(syslogText, "");
-}
+std::string takeSyslog();
 
 } // namespace seams
 
@@ -52,15 +49,11 @@ std::string standardOutput(const std::function<void()>& body);
 // A text formatted as by printf.
 std::string text(const char* format, ...) QOR_PRINTF(1, 2);
 
-// The end of many messages, for the calling thread.
-inline std::string pidTid() {
-    return text("pid=%u tid=%ld)", dProcessId(), dThreadId());
-}
+// "pid=1 tid=2)", the end of many messages, for the calling thread.
+std::string pidTid();
 
 // "(5=text", as messages give an error.
-inline std::string errorText(int error) {
-    return text("(%d=%s", error, strerror(error));
-}
+std::string errorText(int error);
 
 // Gives the OS layer a log object of its own that writes every level to standard output.
 class OwnLog : public testing::Test {
@@ -73,4 +66,24 @@ protected:
     static void expectMessages(const std::string& expected, const std::function<void()>& body);
 
     QorOsLogRec* log = nullptr;
+};
+
+// Runs a function in a process forked from the test, where its failed expectations are shown.
+pid_t startChild(const std::function<void()>& body);
+// Waits for its end: 0 where no expectation failed and no signal came.
+int waitForChild(pid_t child);
+
+// A gate that one process or thread opens, once or more often, and another one waits at.
+class Gate {
+public:
+    Gate();
+    ~Gate();
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+
+    void open();
+    bool wait(); // passes one opening; false when none comes within 30 s
+
+private:
+    int ends[2];
 };

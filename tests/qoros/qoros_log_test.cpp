@@ -1,14 +1,10 @@
 #include <sys/shm.h>
-#include <sys/socket.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <cwchar>
 #include <regex>
 #include <thread>
-#include <utility>
 
-#include "child_process.h"
 #include "own_log.h"
 
 namespace {
@@ -144,17 +140,17 @@ TEST_F(QorOsLog, StampsTheTimeByItsOwnCountOfYears) {
 }
 
 TEST_F(QorOsLog, KeepsErrno) {
-    messages([this] {
+    const auto check = [](int before, const std::function<void()>& write) {
+        errno = before;
+        write();
+        EXPECT_EQ(errno, before);
+    };
+    messages([&] {
         for (int i = 0; i < 2; ++i) { // on standard output and to syslog
-            errno = ERANGE;
-            QorOsvLog(log, QOR_LOG_ERROR, "%s", "x");
-            EXPECT_EQ(std::exchange(errno, EDOM), ERANGE);
-            QorOsvLogData(log, QOR_LOG_ERROR, "x", "y", 1, 1);
-            EXPECT_EQ(std::exchange(errno, ERANGE), EDOM);
-            QorOsvvLogData(log, QOR_LOG_ERROR, nullptr, 1, 1, "x");
-            EXPECT_EQ(errno, ERANGE);
-            QOROS_LOG(QOR_LOG_ERROR, "%d", errno = EIO);
-            EXPECT_EQ(errno, ERANGE);
+            check(ERANGE, [&] { QorOsvLog(log, QOR_LOG_ERROR, "%s", "x"); });
+            check(EDOM, [&] { QorOsvLogData(log, QOR_LOG_ERROR, "x", "y", 1, 1); });
+            check(ERANGE, [&] { QorOsvvLogData(log, QOR_LOG_ERROR, nullptr, 1, 1, "x"); });
+            check(EDOM, [] { QOROS_LOG(QOR_LOG_ERROR, "%d", errno = EIO); });
             QorOsvResLogLevel(log, QOR_LOG_STDOUT);
         }
     });
@@ -191,25 +187,6 @@ TEST_F(QorOsLog, GivesEachMessageTheLevelOfItsWord) {
     check(QOR_LOG_TRACE, "(TRACE .*\n){7}");
     check(QOR_LOG_ERROR, "((ERROR |INFO  |### ).*\n){6}");
     check(QOR_LOG_DEBUG, "");
-}
-
-// A datagram for each write: what stood in the buffer goes first, and nothing stays in it.
-TEST_F(QorOsLog, FlushesStandardOutputBeforeAndAfter) {
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
-    support::ChildProcess writer([&] {
-        dup2(ends[1], STDOUT_FILENO);
-        setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
-        fputs("before", stdout);
-        QorOsvLog(log, QOR_LOG_ERROR, "x");
-        _exit(0);
-    });
-    EXPECT_EQ(writer.wait(), 0);
-    char sent[2][100] = {};
-    EXPECT_EQ(recv(ends[0], sent[0], 99, MSG_DONTWAIT), 6);
-    EXPECT_EQ(recv(ends[0], sent[1], 99, MSG_DONTWAIT), 26) << sent[1];
-    close(ends[0]);
-    close(ends[1]);
 }
 
 void expectDump(std::size_t size, const void* data, int32_t length, int32_t mode,
@@ -272,10 +249,10 @@ TEST_F(QorOsLog, DumpsData) {
 }
 
 TEST_F(QorOsLog, SharesTheMaskWithAnotherProcessUntilTheLastUserLeaves) {
-    support::Gate attached;
-    support::Gate set;
+    Gate attached;
+    Gate set;
     QorOsvResLogLevel(log, 0xFFFFFFFFu);
-    support::ChildProcess other([&] {
+    const pid_t other = startChild([&] {
         QorOsLogRec* own = QorOspLogNew();
         attached.open();
         set.wait();
@@ -295,7 +272,7 @@ TEST_F(QorOsLog, SharesTheMaskWithAnotherProcessUntilTheLastUserLeaves) {
     EXPECT_EQ(QorOsdGetLogLevel(log), 0u);
     QorOsvSetLogLevel(log, QOR_LOG_STDOUT | QOR_LOG_DEBUG);
     set.open();
-    EXPECT_EQ(other.wait(), 0);
+    EXPECT_EQ(waitForChild(other), 0);
     EXPECT_EQ(block->Log, QOR_LOG_DEBUG | QOR_LOG_ERROR);
     EXPECT_EQ(block->ShmUsers, 1u);
 

@@ -3,13 +3,11 @@
 #include <sys/resource.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <fstream>
 #include <iterator>
 
-#include "child_process.h"
 #include "own_log.h"
 
 namespace {
@@ -141,14 +139,14 @@ TEST_F(QorOsMmfTest, TellsWhyAFileCannotBeMapped) {
 }
 
 TEST_F(QorOsMmfTest, TellsOfAShortWrite) {
-    support::ChildProcess limited([&] {
+    const pid_t limited = startChild([&] {
         const rlimit limit{4096, 4096};
         signal(SIGXFSZ, SIG_IGN);
         setrlimit(RLIMIT_FSIZE, &limit);
         EXPECT_EQ(QorOsMmfCreate(&mmf, 8192, file.c_str(), 0, 0), 0u);
         EXPECT_EQ(errno, ENOSPC);
     });
-    EXPECT_EQ(limited.wait(), 0);
+    EXPECT_EQ(waitForChild(limited), 0);
     EXPECT_EQ(contents().size(), 4096u);
 }
 
@@ -165,9 +163,9 @@ TEST_F(QorOsMmfTest, CreatesOrOpensASegment) {
     expectRecord(-1, id, 0, true, 1, 0);
     strcpy_qor(static_cast<char*>(mmf.address), 10, "here");
 
-    support::Gate open;
-    support::Gate close;
-    support::ChildProcess other([&] {
+    Gate open;
+    Gate close;
+    const pid_t other = startChild([&] {
         shmdt(mmf.address); // it came along with the fork
         const std::string opened = creating(99999, nullptr, 1);
         EXPECT_EQ(opened, text("TRACE QorOsMmfOpen(%d): shm (key=0x51420001) is opened\n"
@@ -191,7 +189,7 @@ TEST_F(QorOsMmfTest, CreatesOrOpensASegment) {
     expectRecord(-1, id, 0, false, 1, 0);
     EXPECT_EQ(segment(), id);
     close.open();
-    EXPECT_EQ(other.wait(), 0);
+    EXPECT_EQ(waitForChild(other), 0);
     EXPECT_EQ(segment(), -1);
     EXPECT_EQ(closing(1), "") << "it is gone";
 }

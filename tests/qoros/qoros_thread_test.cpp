@@ -1,11 +1,9 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <vector>
 
-#include "child_process.h"
 #include "own_log.h"
 
 namespace {
@@ -14,7 +12,7 @@ class QorOsThread : public OwnLog {};
 
 // What a started thread tells about itself. It finds its own handle and clears it.
 struct Report {
-    support::Gate made;
+    Gate made;
     uint64_t handle = 7;
     uint64_t found = 0;
     pthread_t self{};
@@ -86,7 +84,7 @@ TEST_F(QorOsThread, BeginsWithABoundedStackAndKnowsItsHandle) {
 
 TEST_F(QorOsThread, TellsWhyNoneBegins) {
     // An unprivileged process that may have no more threads.
-    support::ChildProcess poor([] {
+    const pid_t poor = startChild([] {
         const rlimit none{0, 0};
         ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
         ASSERT_TRUE(getuid() != 0 || setuid(65534) == 0);
@@ -104,7 +102,7 @@ TEST_F(QorOsThread, TellsWhyNoneBegins) {
         EXPECT_EQ(kept, 7u);
         EXPECT_EQ(state, 0u);
     });
-    EXPECT_EQ(poor.wait(), 0);
+    EXPECT_EQ(waitForChild(poor), 0);
 }
 
 void* blockUntilCancelled(void*) {
@@ -125,10 +123,10 @@ TEST_F(QorOsThread, CancelsAndForgets) {
     expectMessages(failed("QorOsThreadCancel", EPERM), cancel);
     EXPECT_EQ(handle, begun);
     seams::cancelError = 0;
-    support::ChildProcess forked([&] { // it has no such thread
+    const pid_t forked = startChild([&] { // it has no such thread
         expectMessages(failed("QorOsThreadCancel", ESRCH), cancel);
     });
-    EXPECT_EQ(forked.wait(), 0);
+    EXPECT_EQ(waitForChild(forked), 0);
 
     const auto stop = [&] {
         uint32_t state = 1;
@@ -147,13 +145,13 @@ TEST_F(QorOsThread, CancelsAndForgets) {
 }
 
 void* passAndEnd(void* gate) {
-    static_cast<support::Gate*>(gate)->wait();
+    static_cast<Gate*>(gate)->wait();
     QorOsThreadEnd();
 }
 
 TEST_F(QorOsThread, CancelsNoThreadThatHasEnded) {
     QorOsvResLogLevel(log, QOR_LOG_TRACE);
-    support::Gate gate;
+    Gate gate;
     std::vector<uint64_t> handles(200); // more than whose stacks the system keeps
     for (uint64_t& handle : handles) {
         ASSERT_EQ(QorOsThreadBegin(&handle, passAndEnd, 0, &gate), 1u);
@@ -250,7 +248,7 @@ TEST_F(QorOsThread, LeavesAThreadAloneThatStopsByItself) {
 
     // It ends between the look at its word and the request.
     QorOsvResLogLevel(log, QOR_LOG_STDOUT);
-    seams::onSyslog = [&](const std::string&) { state = 0; };
+    seams::onSyslog = [&] { state = 0; };
     EXPECT_EQ(stop(&(state = 1), 1), 1u);
     EXPECT_EQ(found, 0u) << "a stop request stands over the end";
 }
