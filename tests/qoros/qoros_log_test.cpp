@@ -211,10 +211,8 @@ TEST_F(QorOsLog, DumpsData) {
     const std::string twenty = " len=   20\n" + row + four + "\n";
 
     expectDump(1280, bytes, 20, 1, twenty);
-    expectDump(1280, bytes, -5, 1, " len=   -5\n\n");
     expectDump(1280, bytes, 16, 1, " len=   16\n" + row + "\n");
     expectDump(1280, bytes, 63, 1, " len=   63\n" + rows + fifteen + "      ABCDEFGHIJKLMNO\n\n");
-    expectDump(1280, bytes, 64, 1, " len=   64\n" + rows + row + "\n");
     expectDump(1280, bytes, 65, 1, " len=   65\n" + rows + row + "\n");
     expectDump(1280, limits, 5, 1, " len=    5\n" + five + "\n");
     expectDump(1280, numbers, 4, 2, " len=    4\n   10.0.0.1\n");
@@ -222,18 +220,13 @@ TEST_F(QorOsLog, DumpsData) {
     expectDump(1280, numbers + 4, 17, 2,
                " len=   17\n   -1.-2147483648.0.0.0.0.0.0.0.0.0.0.0.0.0.0\n");
     expectDump(1280, numbers, 0, 2, " len=    0\n  \n");
-    expectDump(1280, numbers, -1, 2, " len=   -1\n  \n");
     expectDump(1280, nullptr, 123456, 3, " len=123456\n\n");
     // Cut by whole pieces, two bytes before the end.
     expectDump(0, bytes, 2, 1, "#");
     expectDump(1, bytes, 2, 1, "");
-    expectDump(11, bytes, 2, 1, " len=    2");
     expectDump(12, bytes, 2, 1, " len=    2\n");
-    expectDump(21, bytes, 2, 1, " len=    2\n\n");
     expectDump(22, bytes, 2, 1, " len=    2\n" + indent + "\n");
-    expectDump(24, bytes, 2, 1, " len=    2\n" + indent + "\n");
     expectDump(25, bytes, 2, 1, " len=    2\n" + indent + " 41\n");
-    expectDump(15, numbers, 2, 2, " len=    2\n\n");
     expectDump(18, numbers, 2, 2, " len=    2\n  \n");
     expectDump(19, numbers, 2, 2, " len=    2\n   10\n");
 
