@@ -72,21 +72,14 @@ TEST(QorOsConsole, TakesASingleKey) {
     check(QorOsGetChNoWait, 0, "", 0, "|");
     check(QorOsGetChNoWait, 1, "\xE4", 0xE4, "\xE4|");
 
-    dup2(saved, 0);
-    close(saved);
-    close(screen);
-    close(keyboard);
-}
-
-TEST(QorOsConsole, NeedsATerminal) {
-    const int saved = dup(0);
-    const int file = open("/dev/null", O_RDONLY);
+    const int file = open("/dev/null", O_RDONLY); // is no terminal
     ASSERT_EQ(dup2(file, 0), 0);
     EXPECT_EQ(QorOsGetCh(0), 0xFFFFFFFFu);
     EXPECT_EQ(QorOsGetChNoWait(1), 0xFFFFFFFFu);
     dup2(saved, 0);
-    close(saved);
-    close(file);
+    for (const int descriptor : {saved, screen, keyboard, file}) {
+        close(descriptor);
+    }
 }
 
 } // namespace
