@@ -120,8 +120,8 @@ TEST_F(QorOsMmfTest, TellsWhyAFileCannotBeMapped) {
                   error == EINVAL ? message : message + errorText(error) + ")\n");
         expectRecord(-1, -1, before == 1 ? 1 : 0, false, 0, error);
         closing(1);
-        EXPECT_EQ(dup(0), nextDescriptor) << "a descriptor leaked";
-        close(nextDescriptor);
+        // While the messages are taken these hold the next one.
+        EXPECT_EQ(fcntl(nextDescriptor + 1, F_GETFD), -1) << "a descriptor leaked";
     };
     const std::string create = "FATAL QorOsMmfCreate: ";
     const std::string lost = directory + "/no/file";
