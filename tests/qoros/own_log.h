@@ -34,6 +34,9 @@ inline int flushFlags = 0;
 // Stands in for each sleep. Nothing sleeps then.
 inline std::function<int(const timeval&)> onSleep;
 
+// Whether the look at the keyboard tells of a key, even where there is none.
+inline bool keyAnnounced = false;
+
 // Is told of each message that goes to syslog.
 inline std::function<void()> onSyslog;
 

@@ -1,5 +1,7 @@
 #include <sys/shm.h>
+#include <sys/socket.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cwchar>
 #include <regex>
@@ -291,6 +293,24 @@ TEST_F(QorOsLog, TakesMessagesFromSeveralThreads) {
     });
     EXPECT_EQ(std::count(shown.begin(), shown.end(), 'a'), 200);
     EXPECT_EQ(std::count(shown.begin(), shown.end(), 'b'), 200);
+}
+
+TEST_F(QorOsLog, FlushesStandardOutputBeforeAndAfter) {
+    int ends[2]; // of a datagram socket, which keeps what was flushed apart
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
+    const pid_t writer = startChild([&] {
+        dup2(ends[1], STDOUT_FILENO);
+        setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+        fputs("before", stdout);
+        QorOsvLog(log, QOR_LOG_ERROR, "x");
+        _exit(0);
+    });
+    EXPECT_EQ(waitForChild(writer), 0);
+    char sent[100];
+    EXPECT_EQ(recv(ends[0], sent, sizeof sent, MSG_DONTWAIT), 6);
+    EXPECT_EQ(recv(ends[0], sent, sizeof sent, MSG_DONTWAIT), 26);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 } // namespace
