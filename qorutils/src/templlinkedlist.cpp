@@ -1,0 +1,3 @@
+#include "templlinkedlist.h"
+
+template class QOR::TemplLinkedList<char*>;
