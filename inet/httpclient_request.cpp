@@ -10,7 +10,7 @@
 #include <ctime>
 #include <new>
 
-#include "base64.h"
+#include "basicauth.h"
 #include "qoros.h"
 
 // Programs are compiled against this layout.
@@ -43,10 +43,8 @@ namespace {
 
 constexpr unsigned int methodGet = 1;
 constexpr unsigned int methodPost = 2;
-constexpr unsigned int defaultPort = 80; // never written out
-constexpr std::size_t credentialsLimit = 190;
-constexpr std::size_t credentialsSize = 304;
-constexpr std::size_t base64Size = 257; // 256 characters and the terminator
+constexpr unsigned int defaultPort = 80;        // never written out
+constexpr std::size_t longestCredentials = 189; // characters of user and password together
 
 // The text of a request while it is put together. A shortage of memory is remembered, so that one
 // look at the end is enough.
@@ -215,14 +213,11 @@ void HttpClient::SetBasicAuthentication(const char* user, const char* password) 
         return;
     }
     const char* const secret = password == nullptr ? "" : password;
-    if (strlen(user) + strlen(secret) >= credentialsLimit) {
+    char encoded[basicauth::encodedSize];
+    if (!basicauth::encode(user, secret, longestCredentials, encoded)) {
         return;
     }
-    char joined[credentialsSize];
-    char encoded[base64Size];
-    const int length = sprintf_qor(joined, sizeof joined, "%s:%s", user, secret);
-    QorInetB64Encode(reinterpret_cast<const unsigned char*>(joined), length, encoded, nullptr);
-    char line[base64Size + sizeof "Authorization: Basic "];
+    char line[sizeof encoded + sizeof "Authorization: Basic "];
     sprintf_qor(line, sizeof line, "Authorization: Basic %s", encoded);
     AddHeaderStr(line);
 }
