@@ -99,7 +99,7 @@ TEST(HttpRequest, IsWritten) {
     constexpr unsigned int get = 1, post = 2;
     const std::string agent(9000, 'a'), line = " HTTP/1.0\r\nAccept: */*\r\n", end = "\r\n\r\n";
     HttpClient http(nullptr);
-    const int peer = connectPeer(http);
+    const int peer = connectPeer(*http.tcp);
     const auto sent = [&](unsigned int method, const char* path) {
         EXPECT_EQ(http.send(method, path), 1);
         char bytes[10000];

@@ -33,7 +33,7 @@ Outcome outcome(const HttpClient& http, int result) {
 // Lets the client receive the pieces, one by one, and then the end of the connection.
 Outcome receive(HttpClient& http, const std::vector<std::string>& pieces) {
     static char stale[] = "stale";
-    const int peer = connectPeer(http);
+    const int peer = connectPeer(*http.tcp);
     for (const std::string& piece : pieces) {
         static_cast<void>(piece.empty() || send(peer, piece.data(), piece.size(), 0) > 0);
     }

@@ -2,11 +2,7 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <system_error>
 
 #include "loopback.h"
 
@@ -63,22 +59,14 @@ std::string findProgram(const std::string& name) {
 } // namespace
 
 RealServer::RealServer(const char* program, const char* arguments, const char* ending)
-    : program_(program),
-      arguments_(arguments),
-      ending_(ending),
-      directory_((std::filesystem::temp_directory_path() / "qormon3-XXXXXX").string()),
-      port_(unusedPort()) {
-    if (mkdtemp(directory_.data()) != nullptr) {
-        std::filesystem::create_directory(directory_ + "/files");
-    }
+    : program_(program), arguments_(arguments), ending_(ending), port_(unusedPort()) {
+    std::filesystem::create_directory(directory_.path("files"));
 }
 
 RealServer::~RealServer() {
     if (shell_ != nullptr) {
         pclose(shell_);
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
 }
 
 bool RealServer::start() {
@@ -87,30 +75,22 @@ bool RealServer::start() {
         problem_ = program_ + " is not installed";
         return false;
     }
-    write("server.conf", configuration_ + ending_);
-    const std::string command = "trap : HUP INT TERM; cd '" + directory_ + "' || exit; " + binary +
-                                " " + arguments_ + watch;
+    directory_.write("server.conf", configuration_ + ending_);
+    const std::string command = "trap : HUP INT TERM; cd '" + directory_.path() + "' || exit; " +
+                                binary + " " + arguments_ + watch;
     shell_ = popen(command.c_str(), "w");
     if (shell_ != nullptr) {
         makePrivate(fileno(shell_));
     }
-    if (shell_ == nullptr || !waitUntil([this] { return !read("server.pid").empty(); })) {
-        problem_ = program_ + " did not start: " + read("output.txt");
+    if (shell_ == nullptr ||
+        !waitUntil([this] { return !directory_.read("server.pid").empty(); })) {
+        problem_ = program_ + " did not start: " + directory_.read("output.txt");
     }
     return problem_.empty();
 }
 
 bool RealServer::waitForLog(const std::string& text) const {
-    return waitUntil([&] { return read("access.log").find(text) != std::string::npos; });
-}
-
-void RealServer::write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(directory_ + "/" + name, std::ios::binary) << bytes;
-}
-
-std::string RealServer::read(const std::string& name) const {
-    std::ifstream file(directory_ + "/" + name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return waitUntil([&] { return directory_.read("access.log").find(text) != std::string::npos; });
 }
 
 Nginx::Nginx() : RealServer("nginx", "-e stderr -p \"$PWD\" -c server.conf", "}\n}\n") {
@@ -119,7 +99,12 @@ Nginx::Nginx() : RealServer("nginx", "-e stderr -p \"$PWD\" -c server.conf", "}\
 }
 
 void Nginx::addFile(const std::string& name, const std::string& bytes) {
-    write("files/" + name, bytes);
+    directory_.write("files/" + name, bytes);
+}
+
+void Nginx::addFile(const std::string& name, const std::string& bytes, std::time_t modified) {
+    addFile(name, bytes);
+    setModificationTime(directory_.path("files/" + name), modified);
 }
 
 void Nginx::addServerLines(const std::string& lines) {
@@ -132,6 +117,10 @@ std::string Nginx::url(const std::string& path) const {
 
 Tinyproxy::Tinyproxy() : RealServer("tinyproxy", "-d -c server.conf", "") {
     configuration_ = tinyproxyConfiguration + ("Port " + std::to_string(port()) + "\n");
+}
+
+void Tinyproxy::requireCredentials(const std::string& user, const std::string& password) {
+    configuration_ += "BasicAuth " + user + " " + password + "\n";
 }
 
 } // namespace support

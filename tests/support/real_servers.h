@@ -15,7 +15,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <string>
+
+#include "temp_directory.h"
 
 namespace support {
 
@@ -43,18 +46,13 @@ protected:
     // The program, how it is told to take server.conf, and what ends that file.
     RealServer(const char* program, const char* arguments, const char* ending);
 
-    // Writes a file into the server's directory.
-    void write(const std::string& name, const std::string& bytes) const;
-
     std::string configuration_; // what server.conf begins with
+    const TempDirectory directory_;
 
 private:
-    std::string read(const std::string& name) const;
-
     const std::string program_;
     const std::string arguments_;
     const std::string ending_;
-    std::string directory_;
     const std::uint16_t port_;
     std::string problem_;
     std::FILE* shell_ = nullptr; // its input, open as long as the server is to run
@@ -65,8 +63,9 @@ class Nginx : public RealServer {
 public:
     Nginx();
 
-    // Serves bytes as "/" and the name, before or after start().
+    // Serves bytes as "/" and the name, before or after start(); the file was last modified then.
     void addFile(const std::string& name, const std::string& bytes);
+    void addFile(const std::string& name, const std::string& bytes, std::time_t modified);
     // Lines for the server block (locations, directives), before start().
     void addServerLines(const std::string& lines);
     std::string url(const std::string& path) const;
@@ -76,6 +75,9 @@ public:
 class Tinyproxy : public RealServer {
 public:
     Tinyproxy();
+
+    // From start() on the proxy serves only who brings these.
+    void requireCredentials(const std::string& user, const std::string& password);
 };
 
 } // namespace support
