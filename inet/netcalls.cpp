@@ -88,6 +88,10 @@ bool startThread(void* (*routine)(void*), void* argument) {
     return started;
 }
 
+NETCALLS_REPLACEABLE void pauseFor(unsigned int milliseconds) {
+    QorOsSleep(milliseconds);
+}
+
 int waitReadable(int sock, unsigned int seconds) {
     constexpr unsigned int longestWait = 1000000; // s; in ms it fits an int
     for (;;) {

@@ -166,25 +166,7 @@ bool awaitBytes(TcpClient* client, unsigned int* len) {
     return ready > 0;
 }
 
-bool setFlagOption(int sock, int option) {
-    const int on = 1;
-    return netcalls::setOption(sock, SOL_SOCKET, option, &on, sizeof on);
-}
-
 } // namespace
-
-void QorInetInitWsa(void) {}
-
-int QorInetSetSockOpt(int sock, signed char reuse) {
-    bool all = netcalls::refuseSigPipe(sock);
-    const linger resetOnClose = {1, 0};
-    all &= netcalls::setOption(sock, SOL_SOCKET, SO_LINGER, &resetOnClose, sizeof resetOnClose);
-    if (reuse != 0) {
-        all &= setFlagOption(sock, SO_REUSEADDR);
-        all &= setFlagOption(sock, SO_REUSEPORT);
-    }
-    return all ? 1 : 0;
-}
 
 TcpClient::TcpClient()
     : ssl(0),
