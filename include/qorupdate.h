@@ -1,12 +1,13 @@
 /**
  * @file qorupdate.h
- * The update check: asks an update server what the newest release of a product is.
+ * The update check: asks an update server what the newest release of a product is, and fetches it.
  *
  * The functions may be called from any thread. Compiles as C11 and as C++17.
  */
 #pragma once
 
 #include "qorapi.h"
+#include "qorinet.h"
 
 QOR_BEGIN_C
 
@@ -33,7 +34,8 @@ QOR_BEGIN_C
  * take: TcpClient's time-out of 15 s limits each step, but nothing limits their number nor the
  * resolving of a name (see httpclient.h).
  *
- * @param proxyHost name or address of an HTTP proxy; null or empty: none
+ * @param proxyHost name or address of an HTTP proxy; null or empty: none; one of 128 characters and
+ *        more gives 0
  * @param proxyPort its port, of which the low 16 bits are used
  * @param out receives the message; untouched when the result is 0
  * @param outSize size of `out` in bytes
@@ -43,5 +45,21 @@ QOR_BEGIN_C
  */
 QOR_API unsigned int CheckForUpdate(int language, const char* url, const char* proxyHost,
                                     unsigned int proxyPort, void* out, unsigned int outSize);
+
+/**
+ * Downloads a file, if the server's is newer than the one that is there; for the "UrlDownload" of a
+ * description. What HttpGet::HttpRequestCB (httpget.h) says of the destination, of the file's time
+ * and of what stays behind after a failure holds here too. Connecting takes up to 300 s, each
+ * receive up to 30 s.
+ *
+ * @param proxyHost as for CheckForUpdate
+ * @param proxyPort its port, of which the low 16 bits are used
+ * @param callback follows the transfer and may abort it; may be null
+ * @param context passed to the callback
+ * @return 1 when the file was downloaded or is up to date; 0 when that failed or was aborted, and
+ *         for a null `url` or `destFile`
+ */
+QOR_API signed char DownloadUpdate(const char* url, const char* destFile, const char* proxyHost,
+                                   int proxyPort, HttpGetCallback callback, void* context);
 
 QOR_END_C

@@ -4,7 +4,9 @@
 
 #include "configfile.h"
 #include "httpclient.h"
+#include "httpget.h"
 #include "mif32.h"
+#include "proxyhost.h"
 #include "qoros.h"
 #include "qorurl.h"
 
@@ -13,7 +15,8 @@ namespace {
 constexpr unsigned int defaultPort = 80;
 constexpr unsigned int statusOk = 200;
 constexpr unsigned int statusMoved = 301;
-constexpr std::size_t textLimit = 256; // characters of a value
+constexpr unsigned int downloadConnectTimeout = 300; // s
+constexpr std::size_t textLimit = 256;               // characters of a value
 constexpr char fallbackGroup[] = "Language 2";
 
 // A parsed URL that is released with its owner.
@@ -41,11 +44,14 @@ private:
     QORINET_URL parts_ = {};
 };
 
-void useProxy(HttpClient& http, const char* proxyHost, unsigned int proxyPort) {
-    if (proxyHost != nullptr && proxyHost[0] != '\0') {
-        strcpy_qor(http.proxyHost, sizeof http.proxyHost, proxyHost);
-        http.proxyPort = proxyPort & 0xFFFF;
+// Gives a client its proxy, if there is to be one; false where that can't be stored.
+template <class Client>
+bool useProxy(Client& client, const char* proxyHost, unsigned int proxyPort) {
+    if (proxyHost == nullptr || proxyHost[0] == '\0') {
+        return true;
     }
+    client.proxyPort = proxyPort & 0xFFFF;
+    return proxyhost::set(client.proxyHost, proxyHost);
 }
 
 // Asks the place that a redirect names. True when that gave a whole response.
@@ -122,8 +128,7 @@ unsigned int CheckForUpdate(int language, const char* url, const char* proxyHost
         return 0;
     }
     HttpClient http(nullptr);
-    useProxy(http, proxyHost, proxyPort);
-    if (!place.connect(http)) {
+    if (!useProxy(http, proxyHost, proxyPort) || !place.connect(http)) {
         return 0;
     }
     Mif32 message;
@@ -133,4 +138,18 @@ unsigned int CheckForUpdate(int language, const char* url, const char* proxyHost
     }
     message.AddEndKz();
     return copyMessage(message, out, outSize);
+}
+
+signed char DownloadUpdate(const char* url, const char* destFile, const char* proxyHost,
+                           int proxyPort, HttpGetCallback callback, void* context) {
+    if (url == nullptr || destFile == nullptr) {
+        return 0;
+    }
+    HttpGet get;
+    if (get.tcp == nullptr || !useProxy(get, proxyHost, static_cast<unsigned int>(proxyPort))) {
+        return 0;
+    }
+    get.tcp->timeout = downloadConnectTimeout;
+    signed char updated = 0; // a file that was up to date is as good
+    return get.HttpRequestCB(url, destFile, &updated, callback, context);
 }
