@@ -137,4 +137,43 @@ TEST(UpdateCheckFailure, IsToldByTheLength) {
     }
 }
 
+TEST_F(UpdateCheck, DownloadsAFile) {
+    Tinyproxy proxy;
+    if (!proxy.start()) {
+        QOR_SKIP_OR_FAIL(proxy.problem());
+    }
+    const TempDirectory directory;
+    const std::string file = directory.path("file"), longName(128, 'h');
+    const std::string url = nginx.url("/other"), missing = nginx.url("/missing");
+    const int port = static_cast<int>(0xABCD0000u | proxy.port());
+    const auto count = [](void* calls, unsigned int, unsigned int) -> signed char {
+        return static_cast<signed char>(++*static_cast<int*>(calls) != 0);
+    };
+    const struct {
+        const char* name;
+        const char* url;
+        const char* file;
+        const char* proxyHost;
+        int result;
+        int calls;
+    } cases[] = {
+        {"no URL", nullptr, file.c_str(), nullptr, 0, 0},
+        {"no file", url.c_str(), nullptr, nullptr, 0, 0},
+        {"a proxy that can't be stored", url.c_str(), file.c_str(), longName.c_str(), 0, 0},
+        {"nothing there", missing.c_str(), file.c_str(), "", 0, 0},
+        {"through the proxy", url.c_str(), file.c_str(), "127.0.0.1", 1, 2},
+        {"not modified", url.c_str(), file.c_str(), nullptr, 1, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        int calls = 0;
+        EXPECT_EQ(DownloadUpdate(c.url, c.file, c.proxyHost, port, count, &calls), c.result);
+        EXPECT_EQ(calls, c.calls);
+    }
+    EXPECT_EQ(directory.read("file"), "[Language 1]\nProductName=One\n");
+    EXPECT_TRUE(proxy.waitForLog("GET " + url + " HTTP/1.0"));
+    char out[16];
+    EXPECT_EQ(CheckForUpdate(2, url.c_str(), longName.c_str(), proxy.port(), out, sizeof out), 0u);
+}
+
 } // namespace
