@@ -1,44 +1,16 @@
 // Gives bytes to HttpClient as a server's answer, in pieces that the input decides, and to its two
-// searches. The pair of sockets stands in for the network; its other end is closed before the
-// client reads, so that nothing ever waits.
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <algorithm>
+// searches.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "httpclient.h"
+#include "pieces.h"
 
 namespace {
 
-constexpr std::size_t longestPiece = 5000; // what the client reads at once, at least
-constexpr std::size_t mostPieces = 64;
-
-// Pieces stay apart where the system has sequenced packets.
-bool connectPair(int* ends) {
-    return socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0 ||
-           socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0;
-}
-
-void sendInPieces(int peer, const std::uint8_t* data, std::size_t size, std::size_t piece) {
-    for (std::size_t sent = 0; sent < size;) {
-        const std::size_t count = std::min({size - sent, piece, longestPiece});
-        if (send(peer, data + sent, count, MSG_DONTWAIT) < 0) {
-            return;
-        }
-        sent += count;
-    }
-}
-
-void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
+using pieces::require;
 
 void checkMembers(const HttpClient& http, signed char result) {
     require(strnlen(http.statusLine, sizeof http.statusLine) < sizeof http.statusLine);
@@ -60,18 +32,11 @@ void checkMembers(const HttpClient& http, signed char result) {
     require(copy[http.bodyLength] == '\0');
 }
 
-void receiveAnswer(const std::uint8_t* data, std::size_t size, std::size_t piece) {
-    int ends[2];
-    if (!connectPair(ends)) {
-        return;
-    }
+void receiveAnswer(const std::uint8_t* data, std::size_t size) {
     HttpClient http(nullptr);
-    http.tcp->sock = ends[1];
-    http.tcp->connected = 1;
-    http.tcp->timeout = 1;
-    sendInPieces(ends[0], data, size, piece);
-    close(ends[0]);
-    checkMembers(http, http.receiveWait());
+    if (pieces::connectToAnswer(*http.tcp, data, size)) {
+        checkMembers(http, http.receiveWait());
+    }
 }
 
 void search(const std::uint8_t* data, std::size_t size) {
@@ -97,10 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) {
         return 0;
     }
-    // The first byte is the size of the pieces, as far as their number stays small; 0 stands for
-    // one piece.
-    const std::size_t wished = data[0] == 0 ? size : data[0];
     search(data + 1, size - 1);
-    receiveAnswer(data + 1, size - 1, std::max(wished, size / mostPieces));
+    receiveAnswer(data, size);
     return 0;
 }
