@@ -7,7 +7,10 @@ namespace httpget {
 
 namespace {
 
-constexpr unsigned int blockSize = 4096;
+// A receive that a callback counts is of this size at most. The system is asked for many of them at
+// once and they are counted as if each had come alone, which takes half the time.
+constexpr unsigned int receiveSize = 4096;
+constexpr unsigned int blockSize = 8 * receiveSize;
 constexpr unsigned int receivesBetweenCalls = 10;
 
 // A file that is written from its begin, and how much was.
@@ -57,26 +60,62 @@ bool writeHeldBytes(const ResponseStart& start, Destination& file) {
     return file.write(start.bytes + start.bodyOffset, start.held - start.bodyOffset);
 }
 
+// Counts the receives towards the next call back.
+class Countdown {
+public:
+    // The bytes that may come before the call is due.
+    unsigned int room() const {
+        return left_ * receiveSize;
+    }
+    // True when the call is due.
+    bool take(unsigned int bytes) {
+        left_ -= (bytes + receiveSize - 1) / receiveSize;
+        if (left_ != 0) {
+            return false;
+        }
+        left_ = receivesBetweenCalls;
+        return true;
+    }
+
+private:
+    unsigned int left_ = receivesBetweenCalls;
+};
+
+// Writes what came in one block, and calls back where that is due.
+Transfer takeBlock(const unsigned char* bytes, unsigned int count, unsigned int length,
+                   Countdown& countdown, Destination& file, const Follower& follower) {
+    while (count != 0) {
+        const unsigned int part = std::min(count, countdown.room());
+        if (!file.write(bytes, part)) {
+            return Transfer::notWritten;
+        }
+        if (countdown.take(part) && !follower.call(file.written(), length)) {
+            return Transfer::brokenOff;
+        }
+        bytes += part;
+        count -= part;
+    }
+    return Transfer::complete;
+}
+
 // Receives what the bytes held lack of the body. The line feed of the blank line may come here too.
 Transfer receiveRest(TcpClient& tcp, const ResponseStart& start, Destination& file,
                      const Follower& follower) {
     unsigned char block[blockSize];
     unsigned int lateLineFeed = start.bodyOffset > start.held ? 1 : 0;
-    unsigned int receives = 0;
+    Countdown countdown;
     while (file.written() < start.length) {
         const unsigned int missing = start.length - file.written();
         unsigned int count = std::min(missing, blockSize - lateLineFeed) + lateLineFeed;
         if (tcp.Receive(block, &count) == 0) {
             return endsInOrder(tcp, start.length) ? Transfer::complete : Transfer::brokenOff;
         }
-        if (!file.write(block + lateLineFeed, count - lateLineFeed)) {
-            return Transfer::notWritten;
+        const Transfer taken = takeBlock(block + lateLineFeed, count - lateLineFeed, start.length,
+                                         countdown, file, follower);
+        if (taken != Transfer::complete) {
+            return taken;
         }
         lateLineFeed = 0;
-        const bool due = ++receives % receivesBetweenCalls == 0;
-        if (due && !follower.call(file.written(), start.length)) {
-            return Transfer::brokenOff;
-        }
     }
     return Transfer::complete;
 }

@@ -294,6 +294,13 @@ TEST_F(HttpGetTest, CallsBackAfterEveryTenthReceive) {
     EXPECT_EQ(receive(pieces, &calls), Outcome(0, 0, "", std::string(12, 'x')));
     EXPECT_EQ(calls.seen, (Seen{{0, 27}, {12, 27}, {12, 27}}));
 
+    // What comes at once counts as so many receives of 4,096 bytes.
+    pieces.assign({"HTTP/1.0 200 OK\r\nContent-length: 50000\r\n\r\n", std::string(32768, 'x'),
+                   std::string(17232, 'x')});
+    calls = {};
+    EXPECT_EQ(receive(pieces, &calls), Outcome(1, 1, "", std::string(50000, 'x')));
+    EXPECT_EQ(calls.seen, (Seen{{0, 50000}, {40960, 50000}, {50000, 50000}}));
+
     pieces.assign({"HTTP/1.0 200 OK\r\n\r\n"});
     calls = {};
     receive(pieces, &calls);

@@ -145,6 +145,7 @@ TEST_F(UpdateCheck, DownloadsAFile) {
     const TempDirectory directory;
     const std::string file = directory.path("file"), longName(128, 'h');
     const std::string url = nginx.url("/other"), missing = nginx.url("/missing");
+    const std::string secure = "https" + url.substr(4);
     const int port = static_cast<int>(0xABCD0000u | proxy.port());
     const auto count = [](void* calls, unsigned int, unsigned int) -> signed char {
         return static_cast<signed char>(++*static_cast<int*>(calls) != 0);
@@ -162,7 +163,7 @@ TEST_F(UpdateCheck, DownloadsAFile) {
         {"a proxy that can't be stored", url.c_str(), file.c_str(), longName.c_str(), 0, 0},
         {"nothing there", missing.c_str(), file.c_str(), "", 0, 0},
         {"through the proxy", url.c_str(), file.c_str(), "127.0.0.1", 1, 2},
-        {"not modified", url.c_str(), file.c_str(), nullptr, 1, 0},
+        {"not modified, and in the clear", secure.c_str(), file.c_str(), nullptr, 1, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
