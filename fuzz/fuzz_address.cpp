@@ -1,4 +1,5 @@
-// Address text through every parser, and what they made of it back through the formatters.
+// Address text through every parser, and what they made of it back through the formatters; then its
+// blocks, and message values as ranges.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -7,6 +8,7 @@
 #include <memory>
 
 #include "qoripaddr.h"
+#include "qoriprange.h"
 
 namespace {
 
@@ -64,6 +66,40 @@ void checkRoundTrip(QorIpAddr& addr) {
     require(std::memcmp(back.address, addr.address, addr.length) == 0);
 }
 
+// A block's range has the address in it and is that block again.
+void checkBlock(const QorIpAddr& addr, const char* text, unsigned int prefix) {
+    const unsigned int bits = 8 * addr.length;
+    unsigned int length = 2 * addr.length;
+    const std::unique_ptr<unsigned char[]> value(new unsigned char[length]);
+    require(qor_ipaddr_cidr2range_MifFormat(text, prefix, value.get(), &length) == 1);
+    const QorIpAddr low(value.get(), addr.length);
+    const QorIpAddr high(value.get() + addr.length, addr.length);
+    require(low <= addr && addr <= high);
+    unsigned int found;
+    require(qor_ipaddr_range2cidr(low, high, found) && found == (prefix < bits ? prefix : bits));
+    char lowText[64];
+    char highText[64];
+    require(qor_ipaddr_cidr2range(text, prefix, lowText, 64, highText, 64));
+    require(low == QorIpAddr(lowText) && high == QorIpAddr(highText));
+}
+
+// A message value that is a range and a block reads as the range of that block.
+void checkRange(const std::uint8_t* data, unsigned int size) {
+    char text[64];
+    unsigned int prefix;
+    if (qor_ipaddr_range2cidr_MifFormat(data, size, text, sizeof text, &prefix) == 0) {
+        return;
+    }
+    QorIpAddr low;
+    QorIpAddr high;
+    require(low.SetIpAddrFromMif(data, size / 2));
+    require(high.SetIpAddrFromMif(data + size / 2, size / 2));
+    char lowText[64];
+    char highText[64];
+    require(qor_ipaddr_cidr2range(text, prefix, lowText, 64, highText, 64));
+    require(low == QorIpAddr(lowText) && high == QorIpAddr(highText));
+}
+
 void checkBytes(const std::uint8_t* data, std::size_t size) {
     QorIpAddr addr;
     for (const unsigned int length : {4U, 16U}) {
@@ -88,8 +124,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (addr.length != 0) {
         require(addr.length == (isIpV4 ? 4 : 16));
         checkRoundTrip(addr);
+        checkBlock(addr, text.get(),
+                   static_cast<unsigned int>((data[0] + size) * data[size - 1] % 130));
     }
     require(qor_ipaddr_cmp(1, text.get(), text.get()) == (addr.length != 0 ? 1 : 0));
     checkBytes(data, size);
+    checkRange(data, static_cast<unsigned int>(size));
     return 0;
 }
