@@ -9,6 +9,16 @@
 
 namespace {
 
+// Both compilers know the offsets in a class with a virtual destructor, though the standard leaves
+// that to them.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(offsetof(QOR::TFstring, target) == sizeof(void*) &&
+              offsetof(QOR::TFstring, capacity) == 2 * sizeof(void*) &&
+              offsetof(QOR::TFstring, length) == 2 * sizeof(void*) + 4 &&
+              sizeof(QOR::TFstring) == 2 * sizeof(void*) + 8);
+#pragma GCC diagnostic pop
+
 constexpr std::uint64_t growthBytes = 10;
 
 } // namespace
