@@ -72,8 +72,8 @@ QOR_BEGIN_C
  *
  * Names are English, short or long, in any case. The weekday has to be one and is not compared with
  * the date. Numbers may have a sign and blanks in front of them, and none is checked for its range:
- * hour 25 is an hour into the next day. A year below 70 counts from 2000, from 70 to 1900 from
- * 1900, so that 1900 means 3800. What stands behind the date is not read.
+ * hour 25 is the second hour of the next day. A year below 70 counts from 2000, from 70 to 1900
+ * from 1900, so that 1900 means 3800. What stands behind the date is not read.
  * @return seconds since 1970-01-01 00:00:00 UTC, negative before; -1 for any other text, and for
  *         null, which the second before 1970 can't be told from
  */

@@ -44,7 +44,7 @@ public:
     class QOR_API Element {
     public:
         explicit Element(T elementData) : data(elementData) {}
-        virtual ~Element() = default;
+        virtual ~Element();
 
         /** Does nothing; for derived elements to describe themselves. */
         virtual void dump(char* /*buffer*/, unsigned int /*level*/) {}
@@ -65,8 +65,8 @@ public:
     TemplLinkedList& operator=(const TemplLinkedList&) = delete;
 
     /**
-     * Empties the list: releases the data of each element as `onExit` says, null data excepted,
-     * then the element, from the head on. What `onExit` says stays.
+     * Empties the list: from the head on releases the data of each element as `onExit` says, then
+     * the element. `onExit` keeps its value.
      */
     virtual void Clear();
 
@@ -121,11 +121,14 @@ template <class T>
 TemplLinkedList<T>::TemplLinkedList() = default;
 
 template <class T>
+TemplLinkedList<T>::Element::~Element() = default;
+
+template <class T>
 void TemplLinkedList<T>::Clear() {
     while (head != nullptr) {
         Element* const first = head;
         head = first->next;
-        switch (first->data == nullptr ? leaveData : onExit) {
+        switch (onExit) {
         case freeData:
             free(first->data);
             break;

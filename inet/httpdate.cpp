@@ -178,7 +178,7 @@ long yearsSince1900(long year) {
     if (year < 70) {
         return year + 100;
     }
-    // Kept: 1900 is taken for a number of years since 1900, too.
+    // Kept: 1900 itself counts from 1900, too.
     return year <= 1900 ? year : year - 1900;
 }
 
@@ -186,7 +186,9 @@ bool isLeapYear(long year) {
     return year % 400 == 0 || (year % 4 == 0 && year % 100 != 0);
 }
 
-// All fields have 32 bits, so that nothing overflows here.
+// All fields have 32 bits, so that nothing overflows here. Kept: the count of leap days cuts
+// towards zero and knows no centuries, which makes dates before 1969 and from 2101 on a day late or
+// more.
 long secondsSince1970(const Date& date) {
     const long years = yearsSince1900(date.year);
     long days = (years - 69) / 4 + 365 * years - 25550 + daysBeforeMonth[date.month] + date.day - 1;

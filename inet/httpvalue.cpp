@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 template class QOR::TemplLinkedList<HTTPVALUE*>;
 
@@ -38,20 +39,19 @@ std::size_t findMark(const char* text, std::size_t len, std::size_t at,
     return len;
 }
 
-// Takes both texts over; releases them where the pair can't be added.
-bool addPair(QOR::TemplLinkedList<HTTPVALUE*>& list, char* name, char* value) {
+// False without memory, or where the list does not take the pair.
+bool addPair(QOR::TemplLinkedList<HTTPVALUE*>& list, std::string_view name,
+             std::string_view value) {
     std::unique_ptr<HTTPVALUE> pair(new (std::nothrow) HTTPVALUE);
     if (pair == nullptr) {
-        free(name);
-        free(value);
         return false;
     }
-    pair->name = name;
-    pair->value = value;
-    if (name == nullptr || HTTPVALUE::replaceCR(value) == nullptr || list.Add(pair.get()) == 0) {
+    pair->name = strndup(name.data(), name.size());
+    pair->value = HTTPVALUE::replaceCR(strndup(value.data(), value.size()));
+    if (pair->name == nullptr || pair->value == nullptr || list.Add(pair.get()) == 0) {
         return false;
     }
-    static_cast<void>(pair.release());
+    static_cast<void>(pair.release()); // the list's from now on
     return true;
 }
 
@@ -69,19 +69,18 @@ void HTTPVALUE::parseHttpValues(QOR::TemplLinkedList<HTTPVALUE*>& list, const ch
     if (text == nullptr) {
         return;
     }
-    bool added = true;
-    for (std::size_t start = 0; added;) {
+    std::size_t start = 0;
+    for (;;) {
         const std::size_t colon = findMark(text, len, start, nameEnd);
         if (colon == len) {
             return;
         }
         const std::size_t valueStart = colon + markLength;
         const std::size_t lineEnd = findMark(text, len, valueStart, valueEnd);
-        if (lineEnd == len) {
+        if (lineEnd == len || !addPair(list, {text + start, colon - start},
+                                       {text + valueStart, lineEnd - valueStart})) {
             return;
         }
-        added = addPair(list, strndup(text + start, colon - start),
-                        strndup(text + valueStart, lineEnd - valueStart));
         start = lineEnd + markLength;
     }
 }

@@ -4,17 +4,21 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
 using Values = QOR::TemplLinkedList<HTTPVALUE*>;
 
-// Reads an exact-size copy.
-std::string pairsOf(const std::string& text) {
-    const std::vector<char> exact(text.begin(), text.end());
-    Values list;
+void read(Values& list, const std::string& text) {
+    const std::vector<char> exact(text.begin(), text.end()); // for the address sanitizer
     HTTPVALUE::parseHttpValues(list, exact.data(), static_cast<unsigned int>(exact.size()));
+}
+
+std::string pairsOf(const std::string& text) {
+    Values list;
+    read(list, text);
     std::string pairs;
     for (const Values::Element* e = list.head; e != nullptr; e = e->next) {
         pairs += std::string(e->data->name) + '=' + e->data->value + ';';
@@ -23,85 +27,154 @@ std::string pairsOf(const std::string& text) {
 }
 
 TEST(HttpValue, ReadsPairs) {
-    struct Case {
-        std::string text;
-        std::string expected;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"Version: 1.0\r\nBuild: 7\r\n", "Version=1.0;Build=7;"},
-        {"a: b\r\nc: d", "a=b;"},
-        {"a: b\r\nc: d\r", "a=b;"},
-        {"a: b\r\nc\r\n", "a=b;"},
-        {"c\r\na: b\r\n", "c\r\na=b;"}, // no line end ends a name
-        {" a : b \r\n", " a =b ;"},
+        {"c\r\na : b \r\n", "c\r\na =b ;"}, // no line end ends a name
         {": \r\n", "=;"},
-        {"a: b: c\r\n", "a=b: c;"},
-        {"a:b: c\r\n", "a:b=c;"},
+        {"a:b: c: d\r\n", "a:b=c: d;"},
         {"a:: b\r\n", ""}, // a ":" takes the next one along
         {"a::: b\r\n", "a::=b;"},
-        {"a: b\r\r\nc: d\r\n", "a=b\r\r\nc: d;"}, // and so does a CR
-        {"a: b\r\r\r\n", "a=b\r\r;"},
-        {"a: b\nc: d\r\n", "a=b\nc: d;"},
+        {"a: b\r\r\nc: \n\r\n", "a=b\r\r\nc: \n;"}, // and so does a CR
         {std::string("a\0b: c\0d\r\n", 11), "a=c;"},
-        {"note: a<CR>b\r\n", "note=a\nb;"},
-        {"<CR>: <CR><CR><C<CR>R><cr><CR\r\n", "<CR>=\n\n<C\nR><cr><CR;"},
-        {"", ""},
+        {"<CR>: a<CR><CR><C<CR>R><cr><CR\r\n", "<CR>=a\n\n<C\nR><cr><CR;"},
         {":", ""},
-        {"\r\n: \r\n", "\r\n=;"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(pairsOf(c.text), c.expected) << c.text;
+    for (const auto& [text, expected] : cases) {
+        EXPECT_EQ(pairsOf(text), expected) << text;
     }
     const std::string whole = "ab: c\r\nde: f<CR>g\r\n";
     for (std::size_t length = 0; length < whole.size(); ++length) {
         EXPECT_EQ(pairsOf(whole.substr(0, length)), length < 7 ? "" : "ab=c;") << length;
     }
-    Values list;
-    HTTPVALUE::parseHttpValues(list, nullptr, 9);
-    EXPECT_EQ(list.count, 0u);
 }
 
 TEST(HttpValue, FindsTheFirstPairOfAName) {
     Values list;
-    EXPECT_EQ(HTTPVALUE::findHttpValue(list, "a"), nullptr);
     list.Add(nullptr);
     list.Add(new HTTPVALUE);
-    const char text[] = "ab: 1\r\na: 2\r\na: 3\r\n";
-    HTTPVALUE::parseHttpValues(list, text, sizeof text - 1);
+    read(list, "ab: 1\r\na: 2\r\na: 3\r\n");
     const HTTPVALUE* const found = HTTPVALUE::findHttpValue(list, "a");
     ASSERT_NE(found, nullptr);
     EXPECT_STREQ(found->value, "2");
     EXPECT_EQ(HTTPVALUE::findHttpValue(list, "A"), nullptr);
     EXPECT_EQ(HTTPVALUE::findHttpValue(list, nullptr), nullptr);
+    HTTPVALUE::parseHttpValues(list, nullptr, 9);
+    EXPECT_EQ(list.count, 5u);
     EXPECT_EQ(HTTPVALUE::replaceCR(nullptr), nullptr);
 }
 
 // What leaks here is seen by the address sanitizer.
-TEST(HttpValue, BelongsToTheList) {
-    Values arrays;
-    arrays.DeleteArrayDataOnExit();
-    HTTPVALUE* const pairs = new HTTPVALUE[2];
-    pairs[1].name = strdup("name");
-    pairs[1].value = strdup("value");
-    arrays.Add(pairs);
-
+TEST(HttpValue, BelongsToTheListThatTakesIt) {
     struct FullList : Values {
         signed char Add(HTTPVALUE* data) override {
             return count == 1 ? static_cast<signed char>(0) : Values::Add(data);
         }
     } full;
-    const char text[] = "a: 1\r\nb: 2\r\nc: 3\r\n";
-    HTTPVALUE::parseHttpValues(full, text, sizeof text - 1);
+    read(full, "a: 1\r\nb: 2\r\nc: 3\r\n");
     EXPECT_EQ(full.count, 1u);
 
-    Values left;
-    left.LeaveDataOnExit();
-    HTTPVALUE::parseHttpValues(left, text, 6);
-    ASSERT_EQ(left.count, 1u);
-    HTTPVALUE* const own = left.head->data;
-    left.Clear();
-    EXPECT_STREQ(own->name, "a");
-    delete own;
+    Values arrays;
+    arrays.DeleteArrayDataOnExit();
+    arrays.Add(new HTTPVALUE[2]);
+    arrays.head->data[1].name = strdup("name");
+    arrays.head->data[1].value = strdup("value");
+}
+
+constexpr long hour = 3600;
+constexpr long day = 24 * hour;
+
+long dateOf(const std::string& text) {
+    return StrToDate(text.c_str());
+}
+
+TEST(HttpDate, IsReadInSevenForms) {
+    const std::string forms[] = {
+        "06-Nov-94 08:49:37 GMT",         "06 Nov 1994 08:49:37 GMT",
+        "08:49:37 GMT 06-Nov-94",         "08:49:37 GMT 06 Nov 1994",
+        "Sunday, 06-Nov-94 08:49:37 GMT", "Sun, 06 Nov 1994 08:49:37 GMT",
+        "Sun Nov 6 08:49:37 GMT 1994",
+    };
+    for (const std::string& form : forms) {
+        EXPECT_EQ(dateOf(form), 784111777) << form;
+        for (const char* name : {"Nov", "Sun"}) {
+            std::string unknown = form;
+            if (form.find(name) != std::string::npos) {
+                EXPECT_EQ(dateOf(unknown.replace(form.find(name), 3, "Xyz")), -1) << unknown;
+            }
+        }
+    }
+    for (std::size_t length = 0; length < forms[6].size() - 4; ++length) {
+        EXPECT_EQ(dateOf(forms[6].substr(0, length)), -1) << length;
+    }
+    EXPECT_EQ(StrToDate(nullptr), -1);
+}
+
+TEST(HttpDate, IsMatchedAsScanfMatches) {
+    const std::string matching[] = {
+        "  06 NOVEMBER 1994 08:49:37 GMT",
+        "\t fRiDaY, 06 nov 1994 08:49:37 gmt, or so", // no Friday
+        "08:49:37GMT06Nov1994x",
+        "Sun,\r\n06 \v\f Nov\t1994\n 08: 49: 37",
+        "\n06-Nov- 94 08:49:37", // before numbers alone
+        "+6 Nov +94 +8:+49:+37",
+    };
+    const std::string others[] = {
+        "Sun Nov  6 08:49:37 1994",    "08:49:37 gmt 06 Nov 1994", "\nSun, 06 Nov 1994 08:49:37",
+        "Sun , 06 Nov 1994 08:49:37",  "06- Nov-94 08:49:37",      "06-Nov-94 08 :49:37",
+        "06 Septembers 1994 08:49:37", "+-6 Nov 1994 08:49:37",    "06 No 1994 08:49:37",
+    };
+    for (const std::string& text : matching) {
+        EXPECT_EQ(dateOf(text), 784111777) << text;
+    }
+    for (const std::string& text : others) {
+        EXPECT_EQ(dateOf(text), -1) << text;
+    }
+}
+
+TEST(HttpDate, CountsSeconds) {
+    const std::pair<std::string, long> cases[] = {
+        {"31-Dec-1969 23:59:59", -1}, // looks like a failure
+        {"1-Jan-70 0:0:0", 0},
+        {"1-Jan-69 0:0:0", 3124224000},
+        {"1-Jan-1900 0:0:0", 57749241600 + 13 * day}, // 3800
+        {"1-Jan-1901 0:0:0", -2177452800},
+        {"29-Feb-2000 0:0:0", 951782400},
+        {"1-Mar-2000 0:0:0", 951868800},
+        {"1-Mar-2004 0:0:0", 1078099200},
+        {"1-Mar-2100 0:0:0", 4107542400},
+        {"1-Jan-2101 0:0:0", 4133980800 + day}, // centuries add days
+        {"1-Jan-1968 0:0:0", -63158400 + day},  // and so do most years before 1969
+        {"32-Jan-1970 25:61:-1", 32 * day + 2 * hour + 59},
+        {"31-Dec-2147483647 2147483647:2147483647:2147483647", 67777229739154867},
+        {"2-Jan-1970 9223372036854775808:0:0", day - hour}, // where 64 bits end
+        {"2-Jan-1970 -9223372036854775809:0:0", day},
+        {"2-Jan-1970 99999999999999999999:0:0", day - hour},
+    };
+    for (const auto& [text, expected] : cases) {
+        EXPECT_EQ(dateOf(text), expected) << text;
+    }
+}
+
+TEST(HttpDate, KnowsMonthsAndWeekdays) {
+    const std::string names[] = {"January",   "February", "March",  "April",     "May",
+                                 "June",      "July",     "August", "September", "October",
+                                 "November",  "December", "Sunday", "Monday",    "Tuesday",
+                                 "Wednesday", "Thursday", "Friday", "Saturday"};
+    const long daysBefore[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    for (long i = 0; i < 19; ++i) {
+        for (std::string name : {names[i], names[i].substr(0, 3)}) {
+            EXPECT_EQ(dateOf("1-" + name + "-1970 0:0:0"), i < 12 ? daysBefore[i] * day : -1);
+            long month = -1;
+            long weekday = -13;
+            EXPECT_NE(scan_mon(name.data(), &month), scan_wday(name.data(), &weekday)) << name;
+            EXPECT_EQ(i < 12 ? month : weekday + 12, i) << name;
+            EXPECT_EQ(i < 12 ? weekday + 12 : month, -1) << name; // untouched
+        }
+    }
+    char unknown[] = "@AZ[\xC4";
+    long number = -1;
+    EXPECT_EQ(scan_mon(nullptr, &number) + scan_mon(unknown, &number), 0);
+    EXPECT_STREQ(unknown, "@az[\xC4"); // lower case all the same
 }
 
 } // namespace
