@@ -561,10 +561,10 @@ typedef struct QorOsFind {
  * null
  * @param time receives the seconds of the last modification modulo 2^32; may be null
  * @param size receives the bytes modulo 2^32; may be null
- * @return 1 when an entry was found, and the caller then closes the search; 0 when there is none,
- *         with errno as it was, or the search failed. An entry that cannot be examined, such as a
- *         link to nothing, ends the search with 0, too, and `name` still holds its name. `type`,
- *         `time` and `size` change only with a result of 1.
+ * @return 1 when an entry was found, and the caller then closes the search; 0 when there is none or
+ *         the search failed. An entry that cannot be examined, such as a link to nothing, ends the
+ *         search with 0, too, and `name` still holds its name. `type`, `time` and `size` change
+ *         only with a result of 1.
  */
 QOR_API uint32_t QorOsFindFirst(QorOsFind* find, const char* pattern, char* name, uint32_t* type,
                                 uint32_t* time, uint32_t* size);
