@@ -115,6 +115,9 @@ bool fFirstVisit(Deletion* pst) {
 
 // Failures show in the directory that then can't be removed.
 void vRemoveEntry(Deletion* pst, const char* cpszName, uint32_t dType) {
+    if (strcmp(cpszName, ".") == 0 || strcmp(cpszName, "..") == 0) {
+        return; // whatever a search gives, a deletion never climbs out of its directory
+    }
     const size_t dLength = strlen(pst->szPath);
     if (dLength + 1 + strlen(cpszName) >= dDeletePathSize) {
         return; // a cut path would name something else
