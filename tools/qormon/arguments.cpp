@@ -2,15 +2,25 @@
 
 #include <algorithm>
 
+#include "qorurl.h"
+#include "text.h"
+
 namespace qormon {
 
 namespace {
 
 constexpr std::size_t longestHost = 127;
+constexpr unsigned int httpPort = 80;
+constexpr unsigned int highestPort = 65535;
 
 std::string withoutBrackets(const std::string& host) {
     const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
     return bracketed ? host.substr(1, host.size() - 2) : host;
+}
+
+bool isBlankOrControl(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return code <= 0x20 || code == 0x7F;
 }
 
 } // namespace
@@ -68,11 +78,45 @@ std::optional<HostAndPort> parseHostAndPort(const std::string& text) {
         return std::nullopt;
     }
     const std::string host = withoutBrackets(text.substr(0, colon));
-    const std::optional<unsigned int> port = parseNumber(text.substr(colon + 1), 65535);
+    const std::optional<unsigned int> port = parseNumber(text.substr(colon + 1), highestPort);
     if (!port || *port == 0 || host.size() > longestHost) {
         return std::nullopt;
     }
     return HostAndPort{host, *port};
+}
+
+std::string readProxy(const Arguments& arguments, HostAndPort& proxy) {
+    const std::string* const text = arguments.value("--proxy");
+    if (text == nullptr) {
+        return "";
+    }
+    const std::optional<HostAndPort> place = parseHostAndPort(*text);
+    if (!place) {
+        return "no HOST:PORT: " + *text;
+    }
+    proxy = *place;
+    return "";
+}
+
+std::string refusalOf(const std::string& url) {
+    // They would end the request's line, and what follows would be headers of the URL's own.
+    if (std::any_of(url.begin(), url.end(), isBlankOrControl)) {
+        return "a URL has no blanks and control characters: " + printable(url);
+    }
+    QORINET_URL parts = {};
+    const bool parsed = QorInetUrlParse(url.c_str(), &parts, httpPort) != 0;
+    const bool named = parsed && parts.host[0] != '\0';
+    const bool secure = parts.secure != 0;
+    const unsigned int port = parts.port;
+    QorInetUrlFree(&parts);
+    if (secure) {
+        return "https can't be spoken, only http: " + printable(url);
+    }
+    if (!named) {
+        return "no URL: " + printable(url);
+    }
+    // Of another scheme the parser makes a host, with what follows its colon as the port.
+    return port == 0 || port > highestPort ? "no port from 1 to 65535 in " + printable(url) : "";
 }
 
 std::optional<unsigned int> parseNumber(const std::string& text, unsigned int limit) {

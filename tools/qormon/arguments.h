@@ -53,6 +53,13 @@ struct HostAndPort {
 // than the library holds is refused, since a cut one is another host.
 std::optional<HostAndPort> parseHostAndPort(const std::string& text);
 
+// Takes the value of --proxy, where it was given. The result is an error text, empty where there is
+// none.
+std::string readProxy(const Arguments& arguments, HostAndPort& proxy);
+
+// Says why a URL can't be fetched; empty where nothing is wrong with it.
+std::string refusalOf(const std::string& url);
+
 // Reads a whole decimal number from 0 to the limit.
 std::optional<unsigned int> parseNumber(const std::string& text, unsigned int limit);
 

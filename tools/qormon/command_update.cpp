@@ -1,24 +1,23 @@
 #include "arguments.h"
 #include "commands.h"
+#include "download.h"
 #include "update_facts.h"
 
 #include <cstdio>
-
-#include "qorurl.h"
 
 namespace qormon {
 
 namespace {
 
 constexpr char usage[] =
-    "usage: qormon update URL [--language N] [--proxy HOST:PORT] [--json]\n"
+    "usage: qormon update URL [--language N] [--proxy HOST:PORT] [--download FILE] [--json]\n"
     "\n"
     "Asks the update server at URL for the newest release and prints what it offers.\n"
     "  --language N       the group of the description to read (2 where it has no such group)\n"
     "  --proxy HOST:PORT  goes through an HTTP proxy\n"
+    "  --download FILE    fetches it into FILE, if the server's is newer\n"
     "  --json             prints one JSON object instead of a table\n";
 
-constexpr unsigned int httpPort = 80;
 constexpr unsigned int defaultLanguage = 2;
 constexpr unsigned int highestLanguage = 0x7FFFFFFF;
 
@@ -27,23 +26,12 @@ struct Request {
     unsigned int language = defaultLanguage;
     HostAndPort proxy{"", 0};
     bool json = false;
+    std::optional<std::string> file; // to download what is offered into
 };
 
 int refuse(const std::string& why) {
     std::fprintf(stderr, "qormon update: %s\n%s", why.c_str(), usage);
     return exitUsage;
-}
-
-// Says what is wrong with a URL; empty where nothing is.
-std::string refusalOf(const std::string& url) {
-    QORINET_URL parts = {};
-    const bool parsed = QorInetUrlParse(url.c_str(), &parts, httpPort) != 0;
-    const bool secure = parts.secure != 0;
-    QorInetUrlFree(&parts);
-    if (!parsed) {
-        return "no URL: " + url;
-    }
-    return secure ? "https can't be spoken, only http: " + url : "";
 }
 
 // Fills the request; the result is an error text, empty where there is none.
@@ -61,22 +49,38 @@ std::string readRequest(const Arguments& arguments, Request& request) {
         }
         request.language = *number;
     }
-    if (const std::string* text = arguments.value("--proxy")) {
-        const std::optional<HostAndPort> proxy = parseHostAndPort(*text);
-        if (!proxy) {
-            return "no HOST:PORT: " + *text;
-        }
-        request.proxy = *proxy;
+    if (const std::string* text = arguments.value("--download")) {
+        request.file = *text;
     }
-    return "";
+    return readProxy(arguments, request.proxy);
+}
+
+int complain(const std::string& what) {
+    std::fprintf(stderr, "qormon update: %s\n", what.c_str());
+    return exitNegative;
+}
+
+// Downloads what the server offers.
+int fetch(const Request& request, const std::vector<UpdateFact>& facts) {
+    const UpdateFact* const fact = findFact(facts, "urlDownload");
+    if (fact == nullptr) {
+        return complain(request.url + " offers no download");
+    }
+    const std::string refusal = refusalOf(fact->value);
+    if (!refusal.empty()) {
+        return complain(refusal);
+    }
+    // With --json standard output belongs to the object.
+    Download download{"update", request.json ? stderr : stdout, fact->value, *request.file};
+    download.proxy = request.proxy;
+    return exitCodeAfter(download, getUpdate(download));
 }
 
 int answer(const Request& request) {
     const auto facts =
         checkForUpdate(request.language, request.url, request.proxy.host, request.proxy.port);
     if (!facts) {
-        std::fprintf(stderr, "qormon update: no answer from %s\n", request.url.c_str());
-        return exitNegative;
+        return complain("no answer from " + request.url);
     }
     if (request.json) {
         printJson(*facts);
@@ -84,19 +88,21 @@ int answer(const Request& request) {
         printTable(*facts);
     }
     if (facts->empty()) {
-        std::fprintf(stderr, "qormon update: %s offers nothing\n", request.url.c_str());
-        return exitNegative;
+        return complain(request.url + " offers nothing");
     }
-    return exitSuccess;
+    return request.file ? fetch(request, *facts) : exitSuccess;
 }
 
 } // namespace
 
 int commandUpdate(const Words& words) {
-    const Arguments arguments(
-        words,
-        {{"--language", "N"}, {"--proxy", "HOST:PORT"}, {"--json", nullptr}, {"--help", nullptr}},
-        1);
+    const Arguments arguments(words,
+                              {{"--language", "N"},
+                               {"--proxy", "HOST:PORT"},
+                               {"--download", "FILE"},
+                               {"--json", nullptr},
+                               {"--help", nullptr}},
+                              1);
     if (arguments.has("--help")) {
         std::fputs(usage, stdout);
         return exitSuccess;

@@ -13,6 +13,7 @@ constexpr int exitUsage = 2;
 using Words = std::vector<std::string>;
 
 int commandDemo(const Words& words);
+int commandGet(const Words& words);
 int commandIp(const Words& words);
 int commandUpdate(const Words& words);
 

@@ -7,9 +7,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <utility>
+
+#include "httpvalue.h"
 
 namespace qormon {
 
@@ -19,6 +22,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds patience(5); // for a whole request
 constexpr std::size_t longestRequest = 16384;
+
+// A large document goes out in pieces with pauses, so that a person sees the progress.
+constexpr std::size_t pieceSize = 64 * 1024;
+constexpr int pauseBetweenPieces = 12; // ms
 
 #if defined(MSG_NOSIGNAL)
 constexpr int sendFlags = MSG_NOSIGNAL;
@@ -33,10 +40,10 @@ bool waitReadable(int descriptor, Clock::time_point deadline) {
     return left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) == 1;
 }
 
-// A connection that blocks, unlike the listener whose mode some systems hand on, and that raises no
-// SIGPIPE when its client has gone.
+// A connection that does not block, whatever the system hands on from the listener, and that raises
+// no SIGPIPE when its client has gone.
 void prepareConnection(int connection) {
-    fcntl(connection, F_SETFL, 0);
+    fcntl(connection, F_SETFL, O_NONBLOCK);
 #if defined(SO_NOSIGPIPE)
     const int on = 1;
     setsockopt(connection, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
@@ -61,17 +68,6 @@ std::string readRequest(int connection) {
     return request;
 }
 
-void sendAll(int connection, const std::string& text) {
-    std::size_t sent = 0;
-    while (sent < text.size()) {
-        const ssize_t count = send(connection, text.data() + sent, text.size() - sent, sendFlags);
-        if (count <= 0) {
-            return;
-        }
-        sent += static_cast<std::size_t>(count);
-    }
-}
-
 // The path of "GET /path HTTP/1.0".
 std::string requestedPath(const std::string& request) {
     const std::size_t start = request.find(' ');
@@ -82,18 +78,31 @@ std::string requestedPath(const std::string& request) {
     return request.substr(start + 1, end - start - 1);
 }
 
-std::string response(const char* status, const std::string& body) {
-    return std::string("HTTP/1.0 ") + status +
-           "\r\nContent-Type: text/plain\r\nContent-Length: " + std::to_string(body.size()) +
-           "\r\nConnection: close\r\n\r\n" + body;
+// Whether the client has the document already.
+bool isUnmodified(const std::string& request, const Document& document) {
+    const std::string name = "\r\nIf-Modified-Since: ";
+    const std::size_t place = request.find(name);
+    return place != std::string::npos &&
+           StrToDate(request.c_str() + place + name.size()) >= document.modified;
+}
+
+std::string response(const char* status, const std::string& headers, const std::string& body) {
+    return std::string("HTTP/1.0 ") + status + "\r\n" + headers + "Connection: close\r\n\r\n" +
+           body;
+}
+
+std::string responseOf(const Document& document) {
+    return response("200 OK",
+                    "Content-Length: " + std::to_string(document.body.size()) +
+                        "\r\nLast-Modified: " + httpDate(document.modified) + "\r\n",
+                    document.body);
 }
 
 } // namespace
 
-LoopbackServer::LoopbackServer(std::map<std::string, std::string> documents)
-    : documents_(std::move(documents)) {
-    if (listenOnFreePort() && pipe(stopPipe_) == 0) {
-        thread_ = std::thread(&LoopbackServer::serve, this);
+LoopbackServer::LoopbackServer() {
+    if (!listenOnFreePort()) {
+        port_ = 0;
     }
 }
 
@@ -106,6 +115,15 @@ LoopbackServer::~LoopbackServer() {
     if (listener_ >= 0) {
         close(listener_);
     }
+}
+
+bool LoopbackServer::start(Documents documents) {
+    if (port_ == 0 || pipe(stopPipe_) != 0) {
+        return false;
+    }
+    documents_ = std::move(documents);
+    thread_ = std::thread(&LoopbackServer::serve, this);
+    return true;
 }
 
 std::string LoopbackServer::baseUrl() const {
@@ -158,9 +176,46 @@ void LoopbackServer::answer(int connection) const {
     if (request.empty()) {
         return;
     }
-    const auto document = documents_.find(requestedPath(request));
-    sendAll(connection, document == documents_.end() ? response("404 Not Found", "")
-                                                     : response("200 OK", document->second));
+    const auto found = documents_.find(requestedPath(request));
+    if (found == documents_.end()) {
+        sendAll(connection, response("404 Not Found", "", ""));
+    } else if (isUnmodified(request, found->second)) {
+        sendAll(connection, response("304 Not Modified", "", ""));
+    } else {
+        sendAll(connection, responseOf(found->second));
+    }
+}
+
+// Gives up when the client takes nothing for long, and when the server is to stop.
+void LoopbackServer::sendAll(int connection, const std::string& text) const {
+    constexpr int longestWait = 1000 * static_cast<int>(patience.count()); // ms
+    std::size_t sent = 0;
+    while (sent < text.size() && !stopsWithin(sent == 0 ? 0 : pauseBetweenPieces)) {
+        pollfd entry{connection, POLLOUT, 0};
+        const std::size_t size = std::min(pieceSize, text.size() - sent);
+        if (poll(&entry, 1, longestWait) <= 0) {
+            return;
+        }
+        const ssize_t count = send(connection, text.data() + sent, size, sendFlags);
+        if (count <= 0) {
+            return;
+        }
+        sent += static_cast<std::size_t>(count);
+    }
+}
+
+bool LoopbackServer::stopsWithin(int milliseconds) const {
+    pollfd entry{stopPipe_[0], POLLIN, 0};
+    return poll(&entry, 1, milliseconds) > 0;
+}
+
+std::string httpDate(std::time_t time) {
+    tm parts = {};
+    char text[40] = "";
+    gmtime_r(&time, &parts);
+    // The names are English: the tool never sets a locale.
+    std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
+    return text;
 }
 
 } // namespace qormon

@@ -13,6 +13,7 @@ struct Command {
 
 constexpr Command commands[] = {
     {"demo", qormon::commandDemo, "the main job against a loopback server of its own"},
+    {"get", qormon::commandGet, "a file from a web server, if it is newer"},
     {"ip", qormon::commandIp, "an address, a block or a range in all its forms"},
     {"update", qormon::commandUpdate, "what an update server offers"},
 };

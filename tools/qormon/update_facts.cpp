@@ -1,6 +1,8 @@
 #include "update_facts.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "qorupdate.h"
 #include "text.h"
@@ -86,6 +88,13 @@ std::optional<std::vector<UpdateFact>> checkForUpdate(unsigned int language, con
         }
     }
     return facts;
+}
+
+const UpdateFact* findFact(const std::vector<UpdateFact>& facts, const char* key) {
+    const auto found = std::find_if(facts.begin(), facts.end(), [key](const UpdateFact& fact) {
+        return std::strcmp(fact.key, key) == 0;
+    });
+    return found == facts.end() ? nullptr : &*found;
 }
 
 void printTable(const std::vector<UpdateFact>& facts) {

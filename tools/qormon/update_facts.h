@@ -19,6 +19,9 @@ std::optional<std::vector<UpdateFact>> checkForUpdate(unsigned int language, con
                                                       const std::string& proxyHost,
                                                       unsigned int proxyPort);
 
+// The fact of that key; null where it is not offered. It stays the list's.
+const UpdateFact* findFact(const std::vector<UpdateFact>& facts, const char* key);
+
 void printTable(const std::vector<UpdateFact>& facts);
 void printJson(const std::vector<UpdateFact>& facts);
 
