@@ -1,43 +1,18 @@
-// Runs the tool as a person or a script does, and looks at its exit code and at what it prints.
+// Runs the tool, and looks at its exit code and at what it prints.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <regex>
 #include <string>
 
 #include "loopback.h"
 #include "scripted_server.h"
+#include "tool_run.h"
 
 namespace {
 
-struct Outcome {
-    int exitCode;
-    std::string output; // standard output and standard error
-};
-
-Outcome run(const std::string& arguments) {
-    const std::string command = "{ '" QORMON_TOOL "' " + arguments + "; } 2>&1 </dev/null";
-    std::FILE* const pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return {-1, "the tool can't be started"};
-    }
-    std::string output;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
-        output += static_cast<char>(c);
-    }
-    int status = pclose(pipe); // not const: some systems' macros take its address
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
-
-std::string answer(const char* status, const std::string& body) {
-    return std::string("HTTP/1.0 ") + status +
-           "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
-// What a server may send to harm a terminal or a program: an escape sequence, a control character
-// in UTF-8, a byte that is no UTF-8, a change of the writing direction, JSON's own characters.
+// What a server may send to harm a terminal or a program: an escape sequence, a
+// control character in UTF-8, a byte that is no UTF-8, a change of the writing
+// direction, JSON's own characters.
 const char description[] = "[Language 2]\n"
                            "ProductName = A\x1B[1m\"\xC2\x9B\\\xFF\xE2\x80\xAE\xC3\xA9z\n"
                            "Version = 3\n"
@@ -57,6 +32,20 @@ TEST(Qormon, AnswersACommandLine) {
         {"demo --help", 0, "^usage: qormon demo\n"},
         {"demo now", 2, "^usage: qormon demo\n"},
         {"demo >/dev/full", 1, "^qormon: standard output: No space left on device\n$"},
+        {"get --help", 0, "^usage: qormon get URL FILE"},
+        {"get http://h/", 2, "^qormon get: an argument is missing\n"},
+        {"get https://h/ f", 2, "^qormon get: https can't be spoken, only http: https://h/\n"},
+        {"get ftp://h/ f", 2, "^qormon get: no port from 1 to 65535 in ftp://h/\n"},
+        {"get http://h:65536/ f", 2, "^qormon get: no port from 1 to 65535 in"},
+        {"get http:///x f", 2, "^qormon get: no URL: http:///x\n"},
+        {"get 'http://h/ x' f", 2, "^qormon get: a URL has no blanks and control characters: "},
+        {"get \"$(printf 'http://h/\\033')\" f", 2, "control characters: http://h/\\?\n"},
+        {"get http://h/ f --proxy h", 2, "^qormon get: no HOST:PORT: h\n"},
+        {"get http://h/ f --proxy-user u:p", 2, "^qormon get: --proxy-user needs --proxy\n"},
+        {"get http://h/ f --proxy h:1 --proxy-user secret", 2,
+         "^qormon get: --proxy-user needs USER:PASSWORD\n"},
+        {"get http://h/ f --proxy h:1 --proxy-user u:$(printf %0198d 0)", 2,
+         "^qormon get: USER and PASSWORD have more than 198 characters\n"},
         {"ip --help", 0, "^usage: qormon ip ADDRESS"},
         {"ip 10.1.2", 2, "^qormon ip: no address: 10.1.2\n"},
         {"ip 10.1.2.3/33", 2, "^qormon ip: no prefix length for IPv4: 33\n"},
@@ -102,7 +91,8 @@ TEST(Qormon, ShowsWhatAServerOffers) {
         {"", answer("200 OK", description), 0,
          "product         A?[1m\"?\\??\xC3\xA9z\nversion         3\n"},
         {"--json", answer("200 OK", description), 0,
-         "{\"productName\": \"A\\u001b[1m\\\"\\u009b\\\\\\u00ff\\u202e\xC3\xA9z\", \"version\": "
+         "{\"productName\": "
+         "\"A\\u001b[1m\\\"\\u009b\\\\\\u00ff\\u202e\xC3\xA9z\", \"version\": "
          "3}\n"},
         {"--language 7", answer("200 OK", description), 0, "product         Seven\n"},
         {"--json", answer("404 No", description), 1, "qormon update: URL offers nothing\n{}\n"},
@@ -112,12 +102,7 @@ TEST(Qormon, ShowsWhatAServerOffers) {
         support::ScriptedServer server({{support::readRequest(), support::sendBytes(c.answer)}});
         const std::string url = server.url("/u.cfg");
         const Outcome outcome = run("update " + url + " " + c.options);
-        std::string expected = c.output;
-        const std::size_t place = expected.find("URL");
-        if (place != std::string::npos) {
-            expected.replace(place, 3, url);
-        }
-        EXPECT_EQ(outcome.output, expected);
+        EXPECT_EQ(outcome.output, filled(c.output, "URL", url));
         EXPECT_EQ(outcome.exitCode, c.exitCode);
     }
 }
@@ -132,18 +117,23 @@ TEST(Qormon, GoesThroughAProxy) {
 }
 
 TEST(Qormon, SaysThatNobodyAnswers) {
-    const std::string url = "http://127.0.0.1:" + std::to_string(support::refusingPort()) + "/x";
-    const Outcome outcome = run("update " + url);
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_EQ(outcome.output, "qormon update: no answer from " + url + "\n");
-}
-
-TEST(Qormon, DemoPrintsWhatItsServerOffers) {
-    const Outcome outcome = run("demo");
-    EXPECT_EQ(outcome.exitCode, 0);
-    const std::regex table("^update server   http://127\\.0\\.0\\.1:[0-9]+/update\\.cfg\n"
-                           "product         Example Client\n[^]*\nfile size       7340032\n");
-    EXPECT_TRUE(std::regex_search(outcome.output, table)) << outcome.output;
+    const std::string place = "127.0.0.1:" + std::to_string(support::refusingPort());
+    struct Case {
+        const char* arguments;
+        const char* output;
+    };
+    const Case cases[] = {
+        {"update http://PLACE/x", "qormon update: no answer from http://PLACE/x\n"},
+        {"get http://PLACE/x none", "qormon get: Connect to 127.0.0.1 failed\n"},
+        {"get http://h/ none --proxy PLACE --proxy-user u:$(printf %0197d 0)",
+         "qormon get: Connect to h failed\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const Outcome outcome = run(filled(c.arguments, "PLACE", place));
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_EQ(outcome.output, filled(c.output, "PLACE", place));
+    }
 }
 
 } // namespace

@@ -62,6 +62,7 @@ int complain(const std::string& what) {
 
 // Downloads what the server offers.
 int fetch(const Request& request, const std::vector<UpdateFact>& facts) {
+    std::fflush(stdout); // what went wrong is read behind the table
     const UpdateFact* const fact = findFact(facts, "urlDownload");
     if (fact == nullptr) {
         return complain(request.url + " offers no download");

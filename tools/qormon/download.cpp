@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <functional>
+#include <optional>
 
 #include "httpget.h"
 #include "progress.h"
@@ -75,6 +76,10 @@ public:
     unsigned int done() const {
         return done_;
     }
+    // As the server announced it; unknownTotal also as long as the file was not opened.
+    unsigned int total() const {
+        return total_;
+    }
 
 private:
     bool takeNote(unsigned int done, unsigned int total) {
@@ -83,6 +88,7 @@ private:
             interrupt_.begin();
         }
         done_ = done;
+        total_ = total;
         progress_.show(done, total);
         return !wasInterrupted();
     }
@@ -91,6 +97,7 @@ private:
     InterruptWatch interrupt_;
     bool fileWasOpened_ = false;
     unsigned int done_ = 0;
+    unsigned int total_ = unknownTotal;
 };
 
 // Calls the library; a failure leaves its text, or none, in `problem`.
@@ -105,11 +112,26 @@ Ending fail(const Download& download, const std::string& why) {
     return Ending::failed;
 }
 
+// The size of a file, which is none of a device or the like.
+std::optional<off_t> sizeOf(const std::string& file) {
+    struct stat info = {};
+    if (stat(file.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        return std::nullopt;
+    }
+    return info.st_size;
+}
+
+// Looks at the file itself: what was handed to a full disk counts as done as well.
+bool leftPiece(const Download& download, const Follower& follower) {
+    return follower.fileWasOpened() &&
+           (follower.total() == unknownTotal ||
+            sizeOf(download.file) != static_cast<off_t>(follower.total()));
+}
+
 // A piece bears the time of the server's file, so that the next request would find it up to date.
 void warnOfPiece(const Download& download) {
-    struct stat info = {};
-    if (stat(download.file.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-        complain(download, download.file + " stays behind with " + std::to_string(info.st_size) +
+    if (const std::optional<off_t> size = sizeOf(download.file)) {
+        complain(download, download.file + " stays behind with " + std::to_string(*size) +
                                " bytes; remove it, or the next download may take it for whole");
     }
 }
@@ -149,7 +171,7 @@ Ending run(const Download& download, const Fetch& fetch) {
     follower.finish();
     if (!done) {
         complain(download, reasonOf(follower, problem));
-        return follower.fileWasOpened() ? Ending::brokenOff : Ending::failed;
+        return leftPiece(download, follower) ? Ending::brokenOff : Ending::failed;
     }
     if (!follower.fileWasOpened()) {
         return tellUnmodified(download, wasThere);

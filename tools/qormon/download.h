@@ -22,8 +22,8 @@ struct Download {
 enum class Ending {
     downloaded,
     notModified,
-    failed,    // before the file was touched
-    brokenOff, // the file is open to doubt
+    failed,    // no file came, or a whole one that could not be given its time
+    brokenOff, // the file holds a piece
 };
 
 // Downloads by HttpGet.
@@ -32,7 +32,7 @@ Ending getFile(const Download& download);
 // Downloads by DownloadUpdate, which gives no reasons and takes no credentials.
 Ending getUpdate(const Download& download);
 
-// The exit code of a command that ends so; says what is left of a file that is open to doubt.
+// The exit code of a command that ends so; says what is left of a download that broke off.
 int exitCodeAfter(const Download& download, Ending ending);
 
 } // namespace qormon

@@ -1,0 +1,45 @@
+// Runs the tool as a person or a script does.
+#pragma once
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+struct Outcome {
+    int exitCode;
+    std::string output; // standard output and standard error
+};
+
+inline Outcome runShell(const std::string& line) {
+    const std::string command = "{ " + line + "; } 2>&1 </dev/null";
+    std::FILE* const pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return {-1, "the tool can't be started"};
+    }
+    std::string output;
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
+        output += static_cast<char>(c);
+    }
+    int status = pclose(pipe); // not const: some systems' macros take its address
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+inline Outcome run(const std::string& arguments) {
+    return runShell("'" QORMON_TOOL "' " + arguments);
+}
+
+// An answer of a server, with the length of its body.
+inline std::string answer(const char* status, const std::string& body) {
+    return std::string("HTTP/1.0 ") + status +
+           "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+// The text with each place of a name taken by a value.
+inline std::string filled(std::string text, const std::string& name, const std::string& value) {
+    for (std::size_t at = text.find(name); at != std::string::npos;
+         at = text.find(name, at + value.size())) {
+        text.replace(at, name.size(), value);
+    }
+    return text;
+}
