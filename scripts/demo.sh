@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the release library and the tool, and shows the main job end to
-# end on this machine: an update check against a loopback update server.
+# end on this machine: an update check against a loopback update server, and the download of what
+# it offers.
 set -euo pipefail
 . "$(dirname "$0")/lib/setup.sh"
 

@@ -165,21 +165,24 @@ TEST(QormonGet, DrawsABarOnATerminal) {
         const char* name;
         unsigned short columns; // 0: unknown
         const char* length;
+        std::size_t size; // of the body
         std::size_t widest;
-        const char* lines; // a regular expression: a line drawn over at least twice
+        const char* lines; // a regular expression: the line, drawn over and over
     };
     const Case cases[] = {
-        {"wide", 120, "Content-Length: 200000\r\n", 119,
+        {"wide", 120, "Content-Length: 200000\r\n", 200000, 119,
          "\r  0 % \\[-{40}\\]  0 B of 195.3 KiB(\r [ 1-9][0-9] % \\[#*-+\\]  "
          "[^\r]*/s *)+"
          "\r100 % \\[#{40}\\]  195.3 KiB of 195.3 KiB  [0-9.]+ [KM]iB/s *\r\n"},
-        {"environment", 0, "Content-Length: 200000\r\n", 49,
+        {"environment", 0, "Content-Length: 200000\r\n", 200000, 49,
          "\r  0 %  0 B of[^\r]*(\r [ 1-9][0-9] % [^\r]*)+\r100 %  195.3 KiB of "
          "[^\r]*\r\n"},
-        {"narrow", 8, "Content-Length: 200000\r\n", 7,
+        {"narrow", 8, "Content-Length: 200000\r\n", 200000, 7,
          "\r  0 %  (\r [ 1-9][0-9] %  )+\r100 %  \r\n"},
-        {"unknown length", 60, "", 59,
-         "\r  0 B(\r  [1-9][^%\r]*)+\r  195.3 KiB  [0-9.]+ KiB/s *\r\n"},
+        {"nothing to come", 80, "Content-Length: 0\r\n", 0, 79,
+         "(\r100 % \\[#{31}\\]  0 B of 0 B){2}\r\n"},
+        {"unknown length", 60, "", 200000, 59,
+         "\r  0 B(\r  [1-9][^%\r]*)+\r  195.3 KiB  [0-9.]+ [KM]iB/s *\r\n"},
     };
     const TempDirectory directory;
     for (const Case& c : cases) {
@@ -191,7 +194,7 @@ TEST(QormonGet, DrawsABarOnATerminal) {
         ScriptedServer server(
             {{readRequest(), sendBytes(std::string("HTTP/1.0 200 OK\r\n") + c.length + "\r\n"),
               awaitBar, pauseFor(std::chrono::milliseconds(150)),
-              sendBytes(std::string(200000, 'x'))}});
+              sendBytes(std::string(c.size, 'x'))}});
         runShell("COLUMNS=50 '" QORMON_TOOL "' get " + server.url("/x ") + directory.path("f") +
                  std::to_string(c.columns) + " 2>" + terminal.name());
         EXPECT_EQ(server.wait(), "");
