@@ -35,7 +35,7 @@ constexpr char description[] = "# What the demonstration's update server offers\
 constexpr unsigned int english = 2;
 constexpr char descriptionPath[] = "/update.cfg";
 constexpr char packageName[] = "example-client-3.pkg";
-constexpr std::size_t packageSize = 7 * 1024 * 1024;
+constexpr std::size_t packageSize = std::size_t{7} * 1024 * 1024;
 constexpr std::time_t released = 1709294400; // Fri, 01 Mar 2024 12:00:00 GMT
 
 // Removed with all that is in it.

@@ -28,7 +28,17 @@ extern "C" void noteInterrupt(int) {
 // of that kind are ignored, as in a shell's background, they stay so.
 class InterruptWatch {
 public:
-    InterruptWatch() = default;
+    InterruptWatch() {
+        interruptCame.store(false);
+        if (sigaction(SIGINT, nullptr, &before_) != 0 || before_.sa_handler == SIG_IGN) {
+            return;
+        }
+        struct sigaction action = {};
+        action.sa_handler = noteInterrupt;
+        action.sa_flags = static_cast<int>(SA_RESETHAND); // and no restart: a wait ends at once
+        sigemptyset(&action.sa_mask);
+        begun_ = sigaction(SIGINT, &action, nullptr) == 0;
+    }
     ~InterruptWatch() {
         if (begun_) {
             sigaction(SIGINT, &before_, nullptr);
@@ -37,17 +47,6 @@ public:
     InterruptWatch(const InterruptWatch&) = delete;
     InterruptWatch& operator=(const InterruptWatch&) = delete;
 
-    void begin() {
-        interruptCame.store(false);
-        if (sigaction(SIGINT, nullptr, &before_) != 0 || before_.sa_handler == SIG_IGN) {
-            return;
-        }
-        struct sigaction action = {};
-        action.sa_handler = noteInterrupt;
-        action.sa_flags = static_cast<int>(SA_RESETHAND);
-        sigemptyset(&action.sa_mask);
-        begun_ = sigaction(SIGINT, &action, nullptr) == 0;
-    }
     bool cameIn() const {
         return begun_ && interruptCame.load();
     }
@@ -57,8 +56,8 @@ private:
     struct sigaction before_ = {};
 };
 
-// Follows a transfer. Until the library has opened the file Ctrl-C ends the program as usual: there
-// is nothing to tell of yet, and no callback that could pass it on.
+// Follows a transfer from its begin on, although callbacks, which pass Ctrl-C on, come only once
+// the file is open: that empties it, and a program that ended there could not tell.
 class Follower {
 public:
     static signed char follow(void* context, unsigned int done, unsigned int total) {
@@ -83,10 +82,7 @@ public:
 
 private:
     bool takeNote(unsigned int done, unsigned int total) {
-        if (!fileWasOpened_) {
-            fileWasOpened_ = true;
-            interrupt_.begin();
-        }
+        fileWasOpened_ = true;
         done_ = done;
         total_ = total;
         progress_.show(done, total);

@@ -24,7 +24,7 @@ constexpr std::chrono::seconds patience(5); // for a whole request
 constexpr std::size_t longestRequest = 16384;
 
 // A large document goes out in pieces with pauses, so that a person sees the progress.
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 constexpr int pauseBetweenPieces = 12; // ms
 
 #if defined(MSG_NOSIGNAL)
