@@ -3,6 +3,8 @@
 #include "loopback_server.h"
 #include "update_facts.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
