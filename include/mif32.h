@@ -146,6 +146,90 @@ public:
     bool DelEndKz();
 
     /** @} */
+    /**
+     * @name Finding and reading
+     * An entry is named by its identifier and its occurrence: 1 for the first entry with that
+     * identifier, 2 for the second. False where there is no such entry, for occurrence 0, and for a
+     * null `out` where nothing else is said; outputs are untouched then where nothing else is said.
+     * A lookup walks the message from its start and ends at the end marker, at a truncated entry,
+     * and where the message or its memory ends.
+     * @{
+     */
+
+    /** Tells where an entry's value is: `valueOffset` receives its distance in bytes from the
+     * message's start, `valueLen` its length in bytes; each may be null. */
+    bool Seek(unsigned short id, unsigned int* valueOffset, unsigned int* valueLen,
+              unsigned int occurrence) const;
+    /** Seek without the offset. */
+    bool SearchValue(unsigned short id, unsigned int* valueLen, unsigned int occurrence) const;
+
+    /** Copies the value and a terminator; false where both do not fit into `outSize` bytes. */
+    bool GetStr(unsigned short id, char* out, unsigned short outSize,
+                unsigned int occurrence) const;
+    /** Assigns the value up to its first zero byte; null only tests. False for a value of 65,535
+     * bytes, which can't be read this way, and where memory is short. */
+    bool GetStr(unsigned short id, std::string* out, unsigned int occurrence) const;
+
+    /** Points at the value in the message, valid until the next change. `outPtr` may be null,
+     * `outLen`, which receives the length in bytes, may not. */
+    bool GetBinPtr(unsigned short id, unsigned char** outPtr, unsigned int* outLen,
+                   unsigned int occurrence) const;
+    /**
+     * Copies the value.
+     * @param out may be null to ask for the length only
+     * @param ioLen size of `out` in bytes; receives the value's length. May not be null.
+     * @return false, with `ioLen` untouched, also where the value is longer than `out`
+     */
+    bool GetBin(unsigned short id, unsigned char* out, unsigned int* ioLen,
+                unsigned int occurrence) const;
+
+    /** Reads a value of exactly 4 bytes. */
+    bool GetInt(unsigned short id, unsigned int* out, unsigned int occurrence) const;
+    /** The same for a signed number. `out` may be null to test only; it is overwritten on failure
+     * too, with a meaningless value. */
+    bool GetInt(unsigned short id, int* out, unsigned int occurrence) const;
+    /** Reads a value of exactly 4 bytes, of which 0 is false. A null `out` ends the process with an
+     * assertion. */
+    bool GetBool(unsigned short id, bool* out, unsigned int occurrence) const;
+    /** Reads a value of 8 or of 4 bytes; `out` is 0 where there is none, unless the occurrence is
+     * 0. */
+    bool GetInt64(unsigned short id, unsigned long long* out, unsigned int occurrence) const;
+
+    /** @} */
+    /**
+     * @name Changing entries
+     * The updates change an entry that is there and give true. Where there is none they append one,
+     * keeping an end marker last, and give false: the result tells whether there was an entry. An
+     * appended entry takes its place whole or not at all: without room for it and for the end
+     * marker the message stays as it is. False, with nothing changed, for occurrence 0 and a null
+     * pointer.
+     * @{
+     */
+
+    /** Overwrites the first 4 bytes of the value, whatever its length: where that is shorter, what
+     * follows is overwritten. False, with nothing written, where 4 bytes would leave the memory. */
+    bool UpdInt(unsigned short id, unsigned int value, unsigned int occurrence);
+    /**
+     * Overwrites a value of the length that AddInt64 gives the number. Where the value has another
+     * length UpdBin replaces it, and that always in the identifier's first entry.
+     */
+    bool UpdInt64(unsigned short id, unsigned long long value, unsigned int occurrence);
+    /**
+     * Replaces the value, whose length may change. Owned memory is reallocated to 10 bytes more
+     * than the message. `value` may lie in the message itself.
+     * @return false, with nothing changed, also where external memory can't hold the message or
+     *         memory is short, and where the length exceeds the memory
+     */
+    bool UpdBin(unsigned short id, const unsigned char* value, unsigned short len,
+                unsigned int occurrence);
+    /** UpdBin with the characters without terminator, their number modulo 65,536. */
+    bool UpdStr(unsigned short id, const char* value, unsigned int occurrence);
+
+    /** Deletes the first entry with the identifier. False where there is none and where the length
+     * exceeds the memory. */
+    bool DelOid(unsigned short id);
+
+    /** @} */
     /** @name Access @{ */
 
     /** The message's bytes, valid until the next change; null when there is no buffer. */

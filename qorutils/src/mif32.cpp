@@ -11,10 +11,15 @@
 #include <type_traits>
 
 #include "ip_sizes.h"
+#include "mif32_memory.h"
 #include "mif32_wire.h"
 #include "qoripaddr.h"
 
 namespace {
+
+using mif32memory::findInBuffer;
+using mif32memory::growUnder;
+using mif32memory::readableLength;
 
 constexpr unsigned int growthSlackBytes = 1000; // kept: GetAllocLen shows it
 constexpr unsigned int maxLength = std::numeric_limits<unsigned int>::max();
@@ -42,11 +47,6 @@ unsigned char* allocate(unsigned int size) {
 inline bool hasRoom(const Mif32& mif, unsigned int extra) {
     return mif.data != nullptr && mif.length <= mif.allocatedLength &&
            extra <= mif.allocatedLength - mif.length;
-}
-
-// The length as far as there is memory for it: SetLen and SetExternalMem take any.
-unsigned int readableLength(const Mif32& mif) {
-    return mif.data == nullptr ? 0 : std::min(mif.length, mif.allocatedLength);
 }
 
 void freeOwned(Mif32& mif) {
@@ -79,26 +79,6 @@ inline unsigned char* extend(Mif32& mif, unsigned int count) {
     unsigned char* const end = mif.data + mif.length;
     mif.length += count;
     return end;
-}
-
-// Where `bytes` lie in the buffer; false where they lie elsewhere. Pointers into different blocks
-// of memory can't be compared as such.
-bool findInBuffer(const Mif32& mif, const unsigned char* bytes, std::size_t& offset) {
-    offset = reinterpret_cast<std::uintptr_t>(bytes) - reinterpret_cast<std::uintptr_t>(mif.data);
-    return mif.data != nullptr && offset < mif.allocatedLength;
-}
-
-// Makes room and follows `source`, which moves along where it lies in the buffer itself.
-bool growUnder(Mif32& mif, unsigned int count, const unsigned char*& source) {
-    std::size_t offset = 0;
-    const bool inside = findInBuffer(mif, source, offset);
-    if (!mif.CheckSize(count)) {
-        return false;
-    }
-    if (inside) {
-        source = mif.data + offset;
-    }
-    return true;
 }
 
 template <typename Number>
@@ -156,10 +136,11 @@ inline bool addBytes(Mif32& mif, unsigned short id, const unsigned char* value,
         return growAndAddBytes(mif, id, value, len);
     }
     unsigned char* const header = extend(mif, size);
-    mif32wire::writeHeader(header, id, len);
+    // First the value, which may hold an end marker that was taken off and lies under the header.
     if (len != 0) {
         mif32wire::copyValue(header + mif32wire::headerBytes, value, len);
     }
+    mif32wire::writeHeader(header, id, len);
     return true;
 }
 

@@ -34,6 +34,20 @@ void store(unsigned char* bytes, Number value) {
     memcpy(bytes, &value, sizeof value);
 }
 
+// Reads a value that holds a number in 8 bytes or, where it is small enough, in 4; false for any
+// other length, and then `value` stays.
+inline bool loadLongNumber(const unsigned char* bytes, std::size_t count,
+                           unsigned long long& value) {
+    if (count == sizeof(std::uint64_t)) {
+        value = load<std::uint64_t>(bytes);
+    } else if (count == sizeof(std::uint32_t)) {
+        value = load<std::uint32_t>(bytes);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 // ---- Values ----
 
 // Copies between one and two times the size of a Half.
@@ -101,6 +115,33 @@ inline bool isEndMarkerAt(const unsigned char* message, std::size_t length, std:
 // Identifier and length in one store.
 inline void writeHeader(unsigned char* header, std::uint16_t id, std::uint16_t valueLength) {
     store(header, static_cast<std::uint32_t>(valueLength) << 16 | id);
+}
+
+// Reads the entry at `offset`, which moves behind it. False at the end of what can be read: fewer
+// than `leastBytes` are left, or an end marker or a truncated entry stands there.
+template <std::size_t leastBytes = headerBytes>
+inline bool nextEntry(const unsigned char* message, std::size_t length, std::size_t& offset,
+                      Entry& entry) {
+    static_assert(leastBytes >= headerBytes);
+    if (length - offset < leastBytes || !readEntry(message, length, offset, entry) ||
+        entry.isEndMarker() || entry.end() > length) {
+        return false;
+    }
+    offset = entry.end();
+    return true;
+}
+
+// Finds the entry that is the `occurrence`-th, from 1, with the identifier; none is the 0th.
+template <std::size_t leastBytes = headerBytes>
+inline bool findEntry(const unsigned char* message, std::size_t length, std::uint16_t id,
+                      unsigned int occurrence, Entry& entry) {
+    std::size_t offset = 0;
+    while (nextEntry<leastBytes>(message, length, offset, entry)) {
+        if (entry.id == id && --occurrence == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Follows the entries up to the first position where no header fits. False on an end marker with

@@ -1,0 +1,38 @@
+// The memory behind a Mif32, for the files that its operations are spread over.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <algorithm>
+
+#include "mif32.h"
+
+namespace mif32memory {
+
+// The length as far as there is memory for it: SetLen and SetExternalMem take any.
+inline unsigned int readableLength(const Mif32& mif) {
+    return mif.data == nullptr ? 0 : std::min(mif.length, mif.allocatedLength);
+}
+
+// Where `bytes` lie in the buffer; false where they lie elsewhere. Pointers into different blocks
+// of memory can't be compared as such.
+inline bool findInBuffer(const Mif32& mif, const unsigned char* bytes, std::size_t& offset) {
+    offset = reinterpret_cast<std::uintptr_t>(bytes) - reinterpret_cast<std::uintptr_t>(mif.data);
+    return mif.data != nullptr && offset < mif.allocatedLength;
+}
+
+// Makes room and follows `source`, which moves along where it lies in the buffer itself.
+inline bool growUnder(Mif32& mif, unsigned int count, const unsigned char*& source) {
+    std::size_t offset = 0;
+    const bool inside = findInBuffer(mif, source, offset);
+    if (!mif.CheckSize(count)) {
+        return false;
+    }
+    if (inside) {
+        source = mif.data + offset;
+    }
+    return true;
+}
+
+} // namespace mif32memory
