@@ -7,40 +7,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "hex.h"
+#include "mif32_steps.h"
 #include "qoripaddr.h"
 
 namespace {
-
-std::string content(const Mif32& mif) {
-    return hex(mif.GetData(), mif.GetLen());
-}
-
-// Bytes, allocated length and flags, as in "0102 of 1002, failed, external".
-std::string state(const Mif32& mif) {
-    return (mif.GetData() == nullptr ? "none" : content(mif)) + " of " +
-           std::to_string(mif.GetAllocLen()) + (mif.allocationFailed != 0 ? ", failed" : "") +
-           (mif.externalMemory != 0 ? ", external" : "");
-}
-
-struct Step {
-    std::function<bool(Mif32& m)> act;
-    std::string expected;
-};
-
-// Expects the state after each step, with "!" in front where the step's result is false.
-void walk(Mif32& mif, std::initializer_list<Step> steps) {
-    for (const Step& step : steps) {
-        SCOPED_TRACE("step " + std::to_string(&step - steps.begin()));
-        const bool result = step.act(mif);
-        EXPECT_EQ((result ? "" : "!") + state(mif), step.expected);
-    }
-}
 
 // What each adder puts behind a byte, the same in its own buffer and in the caller's memory of that
 // size. Nothing, and false, where it refuses, as it does where a byte of room is missing.
