@@ -80,6 +80,8 @@ TEST(Mif32, BuildsADocumentedMessage) {
                 mif.AddInt64(0x0104, 0x100000000) && mif.AddEndKz());
     EXPECT_EQ(content(mif),
               "010004002a000000020002006869030004000100a8c0040108000000000001000000ffff");
+    EXPECT_FALSE(mif.UpdInt(5, 7, 1));
+    EXPECT_EQ(content(mif).substr(68), "0500040007000000ffff");
 }
 
 // Every length around those where the way of copying changes, and where 16 bits end.
@@ -329,6 +331,15 @@ TEST(Mif32, WipesTheWholeAllocationAtItsEnd) {
              {[&](Mif32& m) { return m.SetExternalMem(array, 4, 4); }, "00000000 of 4, external"},
              {[&](Mif32& m) { return m.SetData(array + 1, 1U << 30); }, "!none of 4, failed"},
          });
+    Mif32 large; // leaves no memory for a second message of its size
+    EXPECT_TRUE(large.CheckSize(150U << 20) && large.AddStr(1, std::string(5000, 'a')));
+    large.length = large.allocatedLength;
+    EXPECT_FALSE(large.UpdStr(1, "b", 1));
+    while (malloc(4000) != nullptr) {
+    }
+    std::string text;
+    EXPECT_TRUE(!large.GetStr(1, &text, 1) && text.empty());
+    EXPECT_EQ(large.GetData()[4], 'a') << "and is as it was";
     std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
