@@ -24,7 +24,11 @@ constexpr std::size_t maxLength = std::numeric_limits<unsigned int>::max();
 constexpr std::size_t unreadableTextBytes = 0xFFFF; // with a terminator more than 16 bits can say
 
 inline bool find(const Mif32& mif, unsigned short id, unsigned int occurrence, Entry& entry) {
-    return mif32wire::findEntry(mif.data, readableLength(mif), id, occurrence, entry);
+    return mif32wire::findEntry({mif.data, readableLength(mif)}, id, occurrence, entry);
+}
+
+inline std::size_t offsetOf(const Mif32& mif, const unsigned char* place) {
+    return static_cast<std::size_t>(place - mif.data);
 }
 
 // ---- Updating ----
@@ -55,11 +59,13 @@ void appendNumber(Mif32& mif, unsigned short id, Number value) {
 // Writes the message as it will be with another value in one of its entries.
 void compose(unsigned char* to, const Mif32& mif, const Entry& entry, const unsigned char* value,
              unsigned short len) {
-    memcpy(to, mif.data, entry.valueOffset);
-    unsigned char* const place = to + entry.valueOffset;
+    const std::size_t valueOffset = offsetOf(mif, entry.value);
+    const std::size_t end = valueOffset + entry.valueLength;
+    memcpy(to, mif.data, valueOffset);
+    unsigned char* const place = to + valueOffset;
     mif32wire::writeHeader(place - mif32wire::headerBytes, entry.id, len);
     memcpy(place, value, len);
-    memcpy(place + len, mif.data + entry.end(), mif.length - entry.end());
+    memcpy(place + len, mif.data + end, mif.length - end);
 }
 
 // The new message takes shape in memory of its own, so that the value may come from the old one.
@@ -91,7 +97,7 @@ bool replaceValue(Mif32& mif, const Entry& entry, const unsigned char* value, un
 template <typename Number>
 bool updateNumber(Mif32& mif, const Entry& entry, Number value) {
     if (entry.valueLength == sizeof value) {
-        mif32wire::store(mif.data + entry.valueOffset, value);
+        mif32wire::store(mif.data + offsetOf(mif, entry.value), value);
         return true;
     }
     unsigned char bytes[sizeof value];
@@ -111,7 +117,7 @@ bool Mif32::Seek(unsigned short id, unsigned int* valueOffset, unsigned int* val
         return false;
     }
     if (valueOffset != nullptr) {
-        *valueOffset = static_cast<unsigned int>(entry.valueOffset);
+        *valueOffset = static_cast<unsigned int>(offsetOf(*this, entry.value));
     }
     if (valueLen != nullptr) {
         *valueLen = static_cast<unsigned int>(entry.valueLength);
@@ -129,8 +135,7 @@ bool Mif32::GetStr(unsigned short id, char* out, unsigned short outSize,
     if (out == nullptr || !find(*this, id, occurrence, entry) || entry.valueLength >= outSize) {
         return false;
     }
-    mif32wire::copyValue(reinterpret_cast<unsigned char*>(out), data + entry.valueOffset,
-                         entry.valueLength);
+    mif32wire::copyValue(reinterpret_cast<unsigned char*>(out), entry.value, entry.valueLength);
     out[entry.valueLength] = '\0';
     return true;
 }
@@ -144,7 +149,7 @@ bool Mif32::GetStr(unsigned short id, std::string* out, unsigned int occurrence)
     if (out == nullptr) {
         return true;
     }
-    const auto* const text = reinterpret_cast<const char*>(data + entry.valueOffset);
+    const auto* const text = reinterpret_cast<const char*>(entry.value);
     try {
         out->assign(text, strlen_qor(text, entry.valueLength));
     } catch (const std::bad_alloc&) {
@@ -161,7 +166,7 @@ bool Mif32::GetBinPtr(unsigned short id, unsigned char** outPtr, unsigned int* o
     }
     *outLen = static_cast<unsigned int>(entry.valueLength);
     if (outPtr != nullptr) {
-        *outPtr = data + entry.valueOffset;
+        *outPtr = data + offsetOf(*this, entry.value);
     }
     return true;
 }
@@ -176,7 +181,7 @@ bool Mif32::GetBin(unsigned short id, unsigned char* out, unsigned int* ioLen,
         if (entry.valueLength > *ioLen) {
             return false;
         }
-        mif32wire::copyValue(out, data + entry.valueOffset, entry.valueLength);
+        mif32wire::copyValue(out, entry.value, entry.valueLength);
     }
     *ioLen = static_cast<unsigned int>(entry.valueLength);
     return true;
@@ -188,7 +193,7 @@ bool Mif32::GetInt(unsigned short id, unsigned int* out, unsigned int occurrence
         entry.valueLength != sizeof(std::uint32_t)) {
         return false;
     }
-    *out = mif32wire::load<std::uint32_t>(data + entry.valueOffset);
+    *out = mif32wire::load<std::uint32_t>(entry.value);
     return true;
 }
 
@@ -220,7 +225,7 @@ bool Mif32::GetInt64(unsigned short id, unsigned long long* out, unsigned int oc
     *out = 0;
     Entry entry;
     return find(*this, id, occurrence, entry) &&
-           mif32wire::loadLongNumber(data + entry.valueOffset, entry.valueLength, *out);
+           mif32wire::loadLongNumber(entry.value, entry.valueLength, *out);
 }
 
 // ---- Changing entries ----
@@ -235,10 +240,11 @@ bool Mif32::UpdInt(unsigned short id, unsigned int value, unsigned int occurrenc
         return false;
     }
     // Kept: the value's length is not examined, so that what follows a shorter one is overwritten.
-    if (allocatedLength - entry.valueOffset < sizeof value) {
+    const std::size_t valueOffset = offsetOf(*this, entry.value);
+    if (allocatedLength - valueOffset < sizeof value) {
         return false;
     }
-    mif32wire::store(data + entry.valueOffset, value);
+    mif32wire::store(data + valueOffset, value);
     return true;
 }
 
@@ -280,8 +286,9 @@ bool Mif32::DelOid(unsigned short id) {
     if (length > allocatedLength || !find(*this, id, 1, entry)) {
         return false;
     }
-    const std::size_t entryOffset = entry.valueOffset - mif32wire::headerBytes;
-    memmove(data + entryOffset, data + entry.end(), length - entry.end());
-    length -= static_cast<unsigned int>(entry.end() - entryOffset);
+    const std::size_t entryOffset = offsetOf(*this, entry.value) - mif32wire::headerBytes;
+    const std::size_t end = entryOffset + mif32wire::headerBytes + entry.valueLength;
+    memmove(data + entryOffset, data + end, length - end);
+    length -= static_cast<unsigned int>(end - entryOffset);
     return true;
 }

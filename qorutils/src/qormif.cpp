@@ -12,25 +12,21 @@
 namespace {
 
 using mif32wire::Entry;
+using mif32wire::Rest;
 
 // How many bytes have to be left for an entry to be read. Kept: the readers of numbers and
 // addresses overlook an empty entry at the very end, the others find it.
 constexpr std::size_t moreThanHeader = mif32wire::headerBytes + 1;
 constexpr std::size_t header = mif32wire::headerBytes;
 
-struct Message {
-    const unsigned char* bytes;
-    std::size_t length;
-};
-
-bool canBeSearched(const Message& message, unsigned int occurrence) {
-    return message.bytes != nullptr && message.length != 0 && occurrence != 0;
+bool canBeSearched(const Rest& message, unsigned int occurrence) {
+    return message.size() != 0 && occurrence != 0;
 }
 
 template <std::size_t leastBytes>
-bool find(const Message& message, unsigned short id, unsigned int occurrence, Entry& entry) {
+bool find(const Rest& message, unsigned short id, unsigned int occurrence, Entry& entry) {
     return canBeSearched(message, occurrence) &&
-           mif32wire::findEntry<leastBytes>(message.bytes, message.length, id, occurrence, entry);
+           mif32wire::findEntry<leastBytes>(message, id, occurrence, entry);
 }
 
 // ---- Ranges ----
@@ -105,7 +101,7 @@ int qormifGetInt(const unsigned char* message, unsigned int length, unsigned sho
         return 0;
     }
     if (out != nullptr) {
-        *out = mif32wire::load<std::uint32_t>(message + entry.valueOffset);
+        *out = mif32wire::load<std::uint32_t>(entry.value);
     }
     return 1;
 }
@@ -117,9 +113,8 @@ int qormifGetInt64(const unsigned char* message, unsigned int length, unsigned s
     }
     unsigned long long value = 0;
     Entry entry;
-    const bool found =
-        find<moreThanHeader>({message, length}, id, occurrence, entry) &&
-        mif32wire::loadLongNumber(message + entry.valueOffset, entry.valueLength, value);
+    const bool found = find<moreThanHeader>({message, length}, id, occurrence, entry) &&
+                       mif32wire::loadLongNumber(entry.value, entry.valueLength, value);
     if (out != nullptr) {
         *out = value;
     }
@@ -133,8 +128,7 @@ int qormifGetStr(const unsigned char* message, unsigned int length, unsigned sho
         return 0;
     }
     if (out != nullptr) {
-        mif32wire::copyValue(reinterpret_cast<unsigned char*>(out), message + entry.valueOffset,
-                             entry.valueLength);
+        mif32wire::copyValue(reinterpret_cast<unsigned char*>(out), entry.value, entry.valueLength);
         out[entry.valueLength] = '\0';
     }
     return 1;
@@ -152,7 +146,7 @@ int qormifGetBinData(const unsigned char* message, unsigned int length, unsigned
     }
     *ioLen = static_cast<unsigned int>(entry.valueLength);
     if (out != nullptr) {
-        mif32wire::copyValue(out, message + entry.valueOffset, entry.valueLength);
+        mif32wire::copyValue(out, entry.value, entry.valueLength);
     }
     return 1;
 }
@@ -164,7 +158,7 @@ int qormifGetBinDataPtr(const unsigned char* message, unsigned int length, unsig
         return 0;
     }
     if (outPtr != nullptr) {
-        *outPtr = const_cast<unsigned char*>(message) + entry.valueOffset;
+        *outPtr = const_cast<unsigned char*>(entry.value);
     }
     if (outLen != nullptr) {
         *outLen = static_cast<unsigned int>(entry.valueLength);
@@ -184,8 +178,7 @@ int qormifGetIpAddrV4(const unsigned char* message, unsigned int length, unsigne
         address.SetAnyHostV4();
         return 0;
     }
-    return address.SetIpAddrFromMifV4(message + entry.valueOffset,
-                                      static_cast<unsigned int>(entry.valueLength));
+    return address.SetIpAddrFromMifV4(entry.value, static_cast<unsigned int>(entry.valueLength));
 }
 
 int qormifGetIpAddr(const unsigned char* message, unsigned int length, unsigned short id,
@@ -200,8 +193,7 @@ int qormifGetIpAddr(const unsigned char* message, unsigned int length, unsigned 
         address.Clear();
         return 0;
     }
-    return address.SetIpAddrFromMif(message + entry.valueOffset,
-                                    static_cast<unsigned int>(entry.valueLength));
+    return address.SetIpAddrFromMif(entry.value, static_cast<unsigned int>(entry.valueLength));
 }
 
 int qormifUpdInt(unsigned char* message, unsigned int length, unsigned short id, unsigned int value,
@@ -211,7 +203,7 @@ int qormifUpdInt(unsigned char* message, unsigned int length, unsigned short id,
         entry.valueLength != sizeof(std::uint32_t)) {
         return 0;
     }
-    mif32wire::store(message + entry.valueOffset, std::uint32_t{value});
+    mif32wire::store(message + (entry.value - message), std::uint32_t{value});
     return 1;
 }
 
@@ -223,9 +215,9 @@ int qormifGetRangeValuesAsString(const unsigned char* message, unsigned int leng
     out[0] = '\0';
     Output output = {out, outSize};
     bool printed = false;
-    std::size_t offset = 0;
+    Rest rest(message, length);
     Entry entry;
-    while (mif32wire::nextEntry(message, length, offset, entry)) {
+    while (mif32wire::takeEntry(rest, entry)) {
         if (entry.id != id) {
             continue;
         }
@@ -234,7 +226,7 @@ int qormifGetRangeValuesAsString(const unsigned char* message, unsigned int leng
             output.skip(sprintf_qor(output.end, output.room, ", "));
         }
         Range range;
-        if (readRange(message + entry.valueOffset, entry.valueLength, range)) {
+        if (readRange(entry.value, entry.valueLength, range)) {
             const bool addresses = asIpV4 && entry.valueLength == 2 * sizeof(std::uint32_t);
             addresses ? printAddresses(output, range) : printNumbers(output, range);
             printed = true;
