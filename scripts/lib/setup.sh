@@ -18,7 +18,7 @@ debian_packages() {
     test) echo googletest nginx-light tinyproxy ;;
     check) echo clang clang-format clang-tidy libclang-rt-14-dev npm shellcheck file ;;
     bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
-        libiniparser-dev libmsgpack-dev libcurl4-openssl-dev nginx-light ;;
+        libiniparser-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
     esac
 }
 
@@ -27,7 +27,8 @@ homebrew_packages() {
     build) echo cmake ninja ccache ;;
     test) echo googletest nginx tinyproxy ;;
     check) echo llvm node shellcheck ;;
-    bench) echo google-benchmark pkg-config openssl glib inih iniparser msgpack curl nginx ;;
+    bench) echo google-benchmark pkg-config openssl glib inih iniparser msgpack nanopb \
+        curl nginx ;;
     esac
 }
 
