@@ -4,8 +4,10 @@
 #include <regex>
 #include <string>
 
+#include "hex.h"
 #include "loopback.h"
 #include "scripted_server.h"
+#include "temp_directory.h"
 #include "tool_run.h"
 
 namespace {
@@ -59,6 +61,10 @@ TEST(Qormon, AnswersACommandLine) {
          "^address         10.1.2.3\nfamily          IPv4\nkind            other\n[^]*"
          "as number       0x0A010203, 167838211\n[^]*\nin full [^]*:ffff:0a01:0203\n"
          "block           10.1.2.2/31\nfirst address   10.1.2.2\nlast address    10.1.2.3\n$"},
+        {"mif --help", 0, "^usage: qormon mif FILE"},
+        {"mif", 2, "^qormon mif: an argument is missing\nusage: "},
+        {"mif /", 1, "^qormon mif: /: Is a directory\n$"},
+        {"mif /missing", 1, "^qormon mif: /missing: No such file or directory\n$"},
         {"update --help", 0, "^usage: qormon update URL"},
         {"update", 2, "^qormon update: an argument is missing\n"},
         {"update a b", 2, "^qormon update: one argument too many: b\n"},
@@ -103,6 +109,42 @@ TEST(Qormon, ShowsWhatAServerOffers) {
         const std::string url = server.url("/u.cfg");
         const Outcome outcome = run("update " + url + " " + c.options);
         EXPECT_EQ(outcome.output, filled(c.output, "URL", url));
+        EXPECT_EQ(outcome.exitCode, c.exitCode);
+    }
+}
+
+TEST(Qormon, ShowsAMessage) {
+    struct Case {
+        const char* message;
+        const char* option;
+        int exitCode;
+        const char* output; // FILE stands for the file's name
+    };
+    const Case cases[] = {
+        {"010004006100000002000200686903000800610062636465666704000200411bffff00", "", 0,
+         "  offset  identifier  length  value\n"
+         "       0           1       4  97, 0.0.0.97\n"
+         "          61 00 00 00                                      a...\n"
+         "       8           2       2  \"hi\"\n"
+         "          68 69                                            hi\n"
+         "      14           3       8  7450754115369566305\n"
+         "          61 00 62 63 64 65 66 67                          a.bcdefg\n"
+         "      26           4       2\n"
+         "          41 1b                                            A.\n"
+         "      32  end marker, bytes behind it: 1\n"},
+        {"010004006122226102000200ff", "--json", 1,
+         "{\"entries\": [{\"offset\": 0, \"identifier\": 1, \"length\": 4, \"number\": 1629626977, "
+         "\"address\": \"97.34.34.97\", \"text\": \"a\\\"\\\"a\", \"hex\": \"61222261\"}], "
+         "\"end\": 8, "
+         "\"size\": 13, \"endMarker\": false, \"damaged\": true}\n"
+         "qormon mif: FILE: damaged at offset 8 of 13: no whole entry\n"},
+    };
+    const support::TempDirectory directory;
+    for (const Case& c : cases) {
+        const Bytes bytes = unhex(c.message);
+        directory.write("message", std::string(bytes.begin(), bytes.end()));
+        const Outcome outcome = run("mif " + directory.path("message") + " " + c.option);
+        EXPECT_EQ(outcome.output, filled(c.output, "FILE", directory.path("message")));
         EXPECT_EQ(outcome.exitCode, c.exitCode);
     }
 }

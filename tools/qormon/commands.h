@@ -15,6 +15,7 @@ using Words = std::vector<std::string>;
 int commandDemo(const Words& words);
 int commandGet(const Words& words);
 int commandIp(const Words& words);
+int commandMif(const Words& words);
 int commandUpdate(const Words& words);
 
 } // namespace qormon

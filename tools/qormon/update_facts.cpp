@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "mif32.h"
 #include "qorupdate.h"
 #include "text.h"
 
@@ -12,7 +13,7 @@ namespace qormon {
 namespace {
 
 struct FactName {
-    unsigned int identifier;
+    unsigned short identifier;
     const char* label;
     const char* key;
     bool isNumber;
@@ -29,43 +30,19 @@ constexpr FactName factNames[] = {
     {6, "more about it", "urlInfo", false},
 };
 
-constexpr std::size_t headerSize = 4;
-constexpr unsigned int endMark = 0xFFFF;
 // Three texts of 256 characters and four numbers with their headers fit several times over.
-constexpr std::size_t messageCapacity = 4096;
+constexpr unsigned int messageCapacity = 4096;
 
-unsigned int littleEndian(const unsigned char* bytes, std::size_t size) {
+std::optional<std::string> findValue(const Mif32& message, const FactName& name) {
     unsigned int number = 0;
-    for (std::size_t i = size; i > 0; --i) {
-        number = number << 8 | bytes[i - 1];
-    }
-    return number;
-}
-
-std::string valueText(const FactName& name, const unsigned char* value, std::size_t size) {
+    std::string text;
     if (name.isNumber) {
-        return std::to_string(littleEndian(value, size < 4 ? size : 4));
+        return message.GetInt(name.identifier, &number, 1)
+                   ? std::optional<std::string>(std::to_string(number))
+                   : std::nullopt;
     }
-    return std::string(value, value + size);
-}
-
-// Finds an entry in a message: 16-bit identifier, 16-bit length, value, end to end.
-std::optional<std::string> findValue(const std::vector<unsigned char>& message,
-                                     const FactName& name) {
-    std::size_t offset = 0;
-    while (offset + headerSize <= message.size()) {
-        const unsigned char* const entry = message.data() + offset;
-        const unsigned int identifier = littleEndian(entry, 2);
-        const std::size_t size = littleEndian(entry + 2, 2);
-        if (identifier == endMark || offset + headerSize + size > message.size()) {
-            return std::nullopt;
-        }
-        if (identifier == name.identifier) {
-            return valueText(name, entry + headerSize, size);
-        }
-        offset += headerSize + size;
-    }
-    return std::nullopt;
+    return message.GetStr(name.identifier, &text, 1) ? std::optional<std::string>(text)
+                                                     : std::nullopt;
 }
 
 } // namespace
@@ -73,14 +50,14 @@ std::optional<std::string> findValue(const std::vector<unsigned char>& message,
 std::optional<std::vector<UpdateFact>> checkForUpdate(unsigned int language, const std::string& url,
                                                       const std::string& proxyHost,
                                                       unsigned int proxyPort) {
-    std::vector<unsigned char> message(messageCapacity);
+    std::vector<unsigned char> memory(messageCapacity);
     const unsigned int size =
         CheckForUpdate(static_cast<int>(language), url.c_str(), proxyHost.c_str(), proxyPort,
-                       message.data(), static_cast<unsigned int>(message.size()));
+                       memory.data(), messageCapacity);
     if (size == 0) {
         return std::nullopt;
     }
-    message.resize(size);
+    const Mif32 message(memory.data(), size);
     std::vector<UpdateFact> facts;
     for (const FactName& name : factNames) {
         if (const std::optional<std::string> value = findValue(message, name)) {
