@@ -61,19 +61,20 @@ public:
      * @param updated becomes 1 only when the file was written completely; 0 next to a result of 1
      *        says that the file is up to date (status 304). May be null
      * @param callback is called, on this thread, with 0 bytes when the file has been opened, after
-     *        every tenth receive, and at the end, whatever that is; may be null. When it returns 0
-     *        after a receive the download is aborted; the other two calls' results do not count
+     *        every tenth receive, where what comes at once counts as receives of 4,096 bytes, and
+     *        at the end, whatever that is; may be null. When it returns 0 after a receive the
+     *        download is aborted; the other two calls' results do not count
      * @return 1 when there was no error; else 0, and `errorText` tells the reason but for these,
-     *         which leave it as it was: a null `destFile` or no memory; a request of more than
-     *         4,095 characters, which is not sent; response headers that never end; a transfer
-     *         that breaks off; the callback's wish. Headers have to end within 4,096 bytes.
+     *         which leave it as it was: a null `destFile`; a request of more than 4,095 characters,
+     *         which is not sent; response headers that do not end within 4,096 bytes and 50
+     *         receives; a transfer that breaks off; the callback's wish
      */
     signed char HttpRequestCB(const char* url, const char* destFile, signed char* updated,
                               HttpGetCallback callback, void* context);
 
     /**
      * The request and the transfer of HttpRequestCB, on the connected `tcp` and with `hostText` as
-     * it is; sets the transport's time-out to 30 s.
+     * it is. The transport's time-out is 30 s from the request on.
      * @param url stays the caller's, who releases it with QorInetUrlFree
      */
     signed char getFile(QORINET_URL url, const char* destFile, signed char* updated,

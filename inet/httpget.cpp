@@ -84,17 +84,18 @@ void formatDate(const tm& time, char* text) {
                 time.tm_sec);
 }
 
-// Replaces an owned text by a copy; a null or empty text, or one without memory, replaces nothing.
-char* replaced(char* owned, const char* text) {
-    if (text == nullptr || text[0] == '\0') {
-        return owned;
-    }
-    const std::size_t size = strlen(text) + 1;
-    char* const copy = new (std::nothrow) char[size];
+// A copy of a text; null for a null or empty one, and without memory.
+char* copyOf(const char* text) {
+    const std::size_t size = text == nullptr || text[0] == '\0' ? 0 : strlen(text) + 1;
+    char* const copy = size == 0 ? nullptr : new (std::nothrow) char[size];
+    return copy == nullptr ? nullptr : static_cast<char*>(memcpy(copy, text, size));
+}
+
+// What a member is to be from now on: the copy, if there is one.
+char* replaced(char* owned, char* copy) {
     if (copy == nullptr) {
         return owned;
     }
-    memcpy(copy, text, size);
     delete[] owned;
     return copy;
 }
@@ -189,8 +190,11 @@ HttpGet::~HttpGet() {
 }
 
 void HttpGet::SetProxyAuthentication(const char* user, const char* password) {
-    proxyUser = replaced(proxyUser, user);
-    proxyPassword = replaced(proxyPassword, password);
+    // Both are copied first: either text may stand in a member.
+    char* const newUser = copyOf(user);
+    char* const newPassword = copyOf(password);
+    proxyUser = replaced(proxyUser, newUser);
+    proxyPassword = replaced(proxyPassword, newPassword);
 }
 
 signed char HttpGet::HttpRequest(const char* url, const char* destFile, signed char* updated) {

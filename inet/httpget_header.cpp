@@ -13,7 +13,7 @@ namespace httpget {
 
 namespace {
 
-constexpr unsigned int fewBytes = 12; // "HTTP/1.0 200": the next byte makes the status certain
+constexpr unsigned int fewBytes = 12; // "HTTP/1.0 200"
 constexpr unsigned int statusOffset = 9;
 constexpr unsigned int statusLength = 3;
 constexpr unsigned int pause = 100; // ms before a further receive

@@ -30,8 +30,9 @@ public:
         return written_;
     }
     bool write(const unsigned char* bytes, unsigned int count) {
-        written_ += count;
-        return fwrite(bytes, 1, count, file_) == count;
+        const auto done = static_cast<unsigned int>(fwrite(bytes, 1, count, file_));
+        written_ += done;
+        return done == count;
     }
     // False where bytes did not reach the file system.
     bool close() {

@@ -1,6 +1,8 @@
 // How a proxy's name gets into the member of a client.
 #pragma once
 
+#include <cstddef>
+
 #include "qoros.h"
 
 namespace proxyhost {

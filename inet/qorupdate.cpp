@@ -50,8 +50,11 @@ bool useProxy(Client& client, const char* proxyHost, unsigned int proxyPort) {
     if (proxyHost == nullptr || proxyHost[0] == '\0') {
         return true;
     }
+    if (!proxyhost::set(client.proxyHost, proxyHost)) {
+        return false;
+    }
     client.proxyPort = proxyPort & 0xFFFF;
-    return proxyhost::set(client.proxyHost, proxyHost);
+    return true;
 }
 
 // Asks the place that a redirect names. True when that gave a whole response.

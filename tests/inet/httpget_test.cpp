@@ -112,8 +112,11 @@ TEST_F(HttpGetTest, DownloadsWhatIsNewer) {
 }
 
 TEST_F(HttpGetTest, GoesThroughAProxy) {
+    // This proxy hands headers on line by line: with a length among them, their end would be taken
+    // for the begin of the body where it comes later. A processed page has no length.
     Nginx nginx;
     nginx.addFile("file", "through");
+    nginx.addServerLines("location = /file { ssi on; ssi_types *; }");
     Tinyproxy proxy;
     proxy.requireCredentials("user", "password");
     if (!nginx.start() || !proxy.start()) {
@@ -144,15 +147,12 @@ TEST_F(HttpGetTest, GoesThroughAProxy) {
 TEST_F(HttpGetTest, WritesItsRequest) {
     const std::string end = "Connection: Keep-Alive\r\nHost: \r\nUserAgent: QOR\r\nAccept: */*\r\n";
     const std::string blank = "\r\n";
-    get.SetProxyAuthentication("u", std::string(198, 'p').c_str());
+    const std::string longPassword(197, 'p'); // 199 characters with the user and the colon
+    get.SetProxyAuthentication("u", longPassword.c_str());
     receive({});
     EXPECT_EQ(sent, "GET /path HTTP/1.0\r\n" + end + blank);
-    strcpy_qor(get.proxyHost, sizeof get.proxyHost, "proxy");
-    receive({});
-    EXPECT_EQ(sent, "GET http://far.example:80/path HTTP/1.0\r\n" + end + blank);
 
-    // One character less in the password: 199 with the colon.
-    get.SetProxyAuthentication("", std::string(197, 'p').c_str());
+    strcpy_qor(get.proxyHost, sizeof get.proxyHost, "proxy");
     directory.write("file", "old");
     setModificationTime(destination, longAgo);
     receive({});
@@ -160,25 +160,41 @@ TEST_F(HttpGetTest, WritesItsRequest) {
     for (int group = 0; group < 65; ++group) {
         credentials += "cHBw";
     }
-    EXPECT_EQ(sent, "GET http://far.example:80/path HTTP/1.0\r\n" + end +
-                        "Proxy-Authorization: Basic " + credentials + "cA==\r\n" +
-                        "If-Modified-Since: " + longAgoText + "\r\n" + blank);
+    const std::string proxied = "GET http://far.example:80/path HTTP/1.0\r\n" + end;
+    EXPECT_EQ(sent, proxied + "Proxy-Authorization: Basic " + credentials +
+                        "cA==\r\nIf-Modified-Since: " + longAgoText + "\r\n" + blank);
+
+    remove(destination.c_str());
+    get.SetProxyAuthentication(get.proxyPassword, get.proxyUser); // too long, now the other way
+    get.SetProxyAuthentication("", (longPassword + "p").c_str());
+    receive({});
+    EXPECT_EQ(sent, proxied + blank);
 }
 
 TEST_F(HttpGetTest, NamesTheHostWithAnOddPort) {
-    const std::string answer = "HTTP/1.0 404 Not here\r\n\r\n";
-    ScriptedServer server({{readRequest(), sendBytes(answer)}});
-    EXPECT_EQ(request(server.url("/a?b#c")),
-              Outcome(0, 0, "HTTP Error: HTTP/1.0 404 Not here", ""));
-    const std::string expected =
-        "GET /a?b#c HTTP/1.0\r\nConnection: Keep-Alive\r\nHost: 127.0.0.1:" +
-        std::to_string(server.port()) + "\r\nUserAgent: QOR\r\n";
-    EXPECT_EQ(server.received(0).substr(0, expected.size()), expected);
+    const Script refuse = {readRequest(), sendBytes("HTTP/1.0 404 Not here\r\n\r\n")};
+    ScriptedServer server({refuse, refuse});
+    const Outcome refused(0, 0, "HTTP Error: HTTP/1.0 404 Not here", "");
+    const std::string end = "\r\nUserAgent: QOR\r\nAccept: */*\r\n\r\n";
+    EXPECT_EQ(request(server.url("/a?b#c")), refused);
+    EXPECT_EQ(server.received(0),
+              "GET /a?b#c HTTP/1.0\r\nConnection: Keep-Alive\r\nHost: 127.0.0.1:" +
+                  std::to_string(server.port()) + end);
+    strcpy_qor(get.proxyHost, sizeof get.proxyHost, "127.0.0.1");
+    get.proxyPort = server.port();
+    EXPECT_EQ(request("http://far.example:81/"), refused);
+    EXPECT_EQ(server.received(1), "GET http://far.example:81/ HTTP/1.0\r\n"
+                                  "Connection: Keep-Alive\r\nHost: far.example:81" +
+                                      end);
+    get.proxyPort = refusingPort();
+    EXPECT_EQ(request("https://far.example/"), Outcome(0, 0, "Connect to far.example failed", ""));
+    EXPECT_EQ(get.tcp->ssl, 1);
 }
 
 TEST_F(HttpGetTest, UnderstandsAnswers) {
     const std::string ok = "HTTP/1.0 200 OK\r\n", five = ok + "CONTENT-LENGTH: 5\r\n";
     const auto n = [](std::size_t count) { return std::string(count, 'n'); };
+    const std::string length = ok + "Content-length: " + std::string(182, '0');
     const struct {
         const char* name;
         std::vector<std::string> pieces;
@@ -203,6 +219,8 @@ TEST_F(HttpGetTest, UnderstandsAnswers) {
         {"a line feed that never comes", {five + "\r"}, 0, "", ""},
         {"an end after the length", {five, "\r\nhello"}, 1, "", "\r\nhel"},
         {"a name behind 200 bytes", {ok + n(200) + "Content-length: 2\r\n\r\nhey"}, 1, "", "hey"},
+        {"199 bytes of a line", {length + "5\r\n\r\nhello"}, 1, "", "hello"},
+        {"200 bytes of a line", {length + "05\r\n\r\n"}, 1, "", ""},
         {"a zero byte in a line", {ok + "A\0\r\n\r\nx"s}, 1, "", "x"},
         {"4,096 bytes", {ok + n(3000), n(1075) + "\r\n\r\n", "x"}, 1, "", "x"},
         {"4,097 bytes", {ok + n(3000), n(1076) + "\r\n\r", "\nx"}, 1, "", "x"},
@@ -210,7 +228,7 @@ TEST_F(HttpGetTest, UnderstandsAnswers) {
         {"a length in 4,098 bytes", {five + n(4058) + "\r\n\r\n"}, 0, "", "old"},
         {"not modified", {"HTTP/1.0 304 Not Modified\r\n\r\n"}, 1, "", "old"},
         {"no status", {"HTTP/1.0 "}, 0, "Receive timeout", "old"},
-        {"twelve bytes", {"HTTP/1.0 200"}, 0, "Receive timeout", "old"},
+        {"twelve bytes", {"HTTP/1.0 304"}, 0, "Receive timeout", "old"},
         {"no blank line", {ok + "A: b\r\n"}, 0, "Receive timeout", "old"},
         {"line feeds alone", {"HTTP/1.0 200 OK\nA: b\n\n"}, 0, "Receive timeout", "old"},
         {"redirect", {"HTTP/1.0 301 %s%n%\rb"}, 0, "HTTP Error: HTTP/1.0 301  s n ", "old"},
@@ -228,16 +246,6 @@ TEST_F(HttpGetTest, UnderstandsAnswers) {
     EXPECT_EQ(get.errorText, "HTTP Error: HTTP/1.0 404 " + n(74));
 }
 
-TEST_F(HttpGetTest, GivesUpOnHeadersAfterFiftyFurtherReceives) {
-    std::vector<std::string> pieces(50, "x");
-    pieces.insert(pieces.begin(), "HTTP/1.0 200 OK");
-    pieces.back() = "\r\n\r\n";
-    EXPECT_EQ(receive(pieces), Outcome(1, 1, "", ""));
-    pieces.insert(pieces.begin() + 1, "x");
-    strcpy_qor(get.errorText, sizeof get.errorText, "as before");
-    EXPECT_EQ(receive(pieces), Outcome(0, 0, "as before", ""));
-}
-
 TEST_F(HttpGetTest, GivesTheFileTheServersTime) {
     const std::string other = ": Mon, 07 Nov 1994 08:49:37 GMT\r\n",
                       failed = "Set file time failed";
@@ -248,6 +256,10 @@ TEST_F(HttpGetTest, GivesTheFileTheServersTime) {
         std::string errorText;
     } cases[] = {
         {"date", "date: " + longAgoText + "\r\n", longAgo, ""},
+        {"49 bytes", "Date: Sun, " + std::string(24, ' ') + "06 Nov 1994 08:49:37\r\n", longAgo,
+         ""},
+        {"50 bytes", "Date: Sun, " + std::string(25, ' ') + "06 Nov 1994 08:49:37\r\n",
+         longAgo - 34, ""},
         {"modified first", "last-modified: " + longAgoText + "\r\nDate" + other, longAgo, ""},
         {"modified last", "Date" + other + "Last-Modified: " + longAgoText + "\r\n", longAgo, ""},
         {"the first of two dates", "Date: " + longAgoText + "\r\nDate" + other, longAgo, ""},
@@ -335,16 +347,22 @@ TEST_F(HttpGetTest, SaysWhatWentWrong) {
     EXPECT_EQ(get.HttpRequest(nullptr, destination.c_str(), nullptr), 0);
     EXPECT_EQ(request("http://" + place + "/"), Outcome(0, 0, "Connect to 127.0.0.1 failed", ""));
 
-    const std::string answer = "HTTP/1.0 200 OK\r\nContent-length: 20000\r\n\r\n";
-    const Script script = {readRequest(), sendBytes(answer + std::string(20000, 'x'))};
-    ScriptedServer server({script, script, {readToEnd()}});
+    const auto answerOf = [](std::size_t size) -> Script {
+        return {readRequest(),
+                sendBytes("HTTP/1.0 200 OK\r\nContent-length: " + std::to_string(size) +
+                          "\r\n\r\n" + std::string(size, 'x'))};
+    };
+    ScriptedServer server({answerOf(5), answerOf(5), answerOf(20000), {readToEnd()}});
     const auto to = [&](const char* file) {
         return get.HttpRequest(server.url("/").c_str(), file, &updated);
     };
     EXPECT_EQ(to(directory.path().c_str()), 0);
     EXPECT_STREQ(get.errorText, "Can't open destination file");
-    EXPECT_EQ(to("/dev/full"), 0);
-    EXPECT_STREQ(get.errorText, "Can't write destination file");
+    for (int full = 0; full < 2; ++full) { // seen when the file is closed, and before
+        get.errorText[0] = '\0';
+        EXPECT_EQ(to("/dev/full"), 0);
+        EXPECT_STREQ(get.errorText, "Can't write destination file");
+    }
     EXPECT_EQ(to(nullptr), 0);
     EXPECT_EQ(updated, 0);
     EXPECT_EQ(server.wait(), "");

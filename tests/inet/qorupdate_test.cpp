@@ -162,8 +162,8 @@ TEST_F(UpdateCheck, DownloadsAFile) {
         {"no file", url.c_str(), nullptr, nullptr, 0, 0},
         {"a proxy that can't be stored", url.c_str(), file.c_str(), longName.c_str(), 0, 0},
         {"nothing there", missing.c_str(), file.c_str(), "", 0, 0},
-        {"through the proxy", url.c_str(), file.c_str(), "127.0.0.1", 1, 2},
-        {"not modified, and in the clear", secure.c_str(), file.c_str(), nullptr, 1, 0},
+        {"whole, and in the clear", secure.c_str(), file.c_str(), "", 1, 2},
+        {"not modified, and through the proxy", url.c_str(), file.c_str(), "127.0.0.1", 1, 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -33,3 +33,7 @@ bool netcalls::setOption(int sock, int level, int option, const void* value, soc
 bool netcalls::beginThread(void* (*routine)(void*), void* argument) {
     return calls.begin(routine, argument);
 }
+
+void netcalls::pauseFor(unsigned int milliseconds) {
+    calls.pause(milliseconds);
+}

@@ -25,6 +25,7 @@ struct Calls {
     std::function<ssize_t(int, void*, std::size_t, int)> take;
     std::function<int(int, int, int, const void*, socklen_t)> setOption = setsockopt;
     std::function<bool(void* (*)(void*), void*)> begin = beginDetached;
+    std::function<void(unsigned int)> pause;
 };
 
 extern Calls calls;
