@@ -107,8 +107,10 @@ TEST_F(HttpGetTest, DownloadsWhatIsNewer) {
         EXPECT_EQ(modificationTime(destination), longAgo);
     }
     EXPECT_TRUE(nginx.waitForLog("\"GET /file HTTP/1.0\" 304 0"));
-    EXPECT_EQ(get.tcp->timeout, 30u);
-    EXPECT_EQ(get.tcp->sock, -1);
+    const unsigned int timeout = get.tcp->timeout; // a packed member
+    EXPECT_EQ(timeout, 30u);
+    const int sock = get.tcp->sock;
+    EXPECT_EQ(sock, -1);
 }
 
 TEST_F(HttpGetTest, GoesThroughAProxy) {
@@ -335,7 +337,8 @@ TEST_F(HttpGetTest, WaitsForAStallingServer) {
                                              shortenTimeout, get.tcp);
         const int whole = announced ? 0 : 1;
         EXPECT_EQ(outcome(result, updated), Outcome(whole, whole, "", "half"));
-        EXPECT_EQ(get.tcp->lastError, 3u);
+        const unsigned int lastError = get.tcp->lastError;
+        EXPECT_EQ(lastError, 3u);
         server.release();
     }
 }
