@@ -46,7 +46,7 @@ static unsigned short listenOnLoopback(int* listener) {
     socklen_t size = sizeof address;
     memset(&address, 0, sizeof address);
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    CHECK(inet_pton(AF_INET, "127.0.0.1", &address.sin_addr) == 1);
     *listener = socket(AF_INET, SOCK_STREAM, 0);
     CHECK(QorInetSetSockOpt(*listener, 1) == 1);
     CHECK(bind(*listener, (struct sockaddr*)&address, size) == 0);
