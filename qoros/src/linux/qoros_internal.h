@@ -81,3 +81,8 @@ private:
 // The numbers that messages give as pid=%u and tid=%ld; the thread's is the kernel's.
 unsigned int dProcessId();
 long dThreadId();
+
+// The code that a process ended with, from its wait status; 0 where a signal ended it.
+inline uint32_t dExitCode(int32_t dStatus) {
+    return (static_cast<uint32_t>(dStatus) >> 8) & 255;
+}
