@@ -1,0 +1,142 @@
+#include <pthread.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "internal/qorassert.h"
+#include "qoros_internal.h"
+#include "qoros_namedsem.h"
+#include "qoros_sync.h"
+
+static_assert(offsetof(QorOsMutex, type) == 0);
+static_assert(offsetof(QorOsMutex, mutex) == offsetof(QorOsMutex, semId));
+
+namespace {
+
+constexpr uint32_t dFree = 1;
+
+constexpr char cpszOnlyInfinite[] = "QorOsMutexWait - invalid timeout, only infinite supported for "
+                                    "local pthread based mutexes.";
+
+bool fInitRecursive(pthread_mutex_t* pstMutex, const void* pvOut) {
+    pthread_mutexattr_t attributes;
+    int error = pthread_mutexattr_init(&attributes);
+    if (error != 0) {
+        return fFailed("QorOsMutexCreate", pvOut, "pthread_mutexattr_init", error);
+    }
+    const char* cpszStep = "pthread_mutexattr_settype";
+    error = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    if (error == 0) {
+        cpszStep = "pthread_mutex_init";
+        error = pthread_mutex_init(pstMutex, &attributes);
+    }
+    pthread_mutexattr_destroy(&attributes);
+    if (error != 0) {
+        return fFailed("QorOsMutexCreate", pvOut, cpszStep, error);
+    }
+    QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsMutexCreate(%p): (pid=%u tid=%ld)", pvOut, dProcessId(),
+              dThreadId());
+    return true;
+}
+
+// Kept: a wait that can't be done ends the program.
+[[noreturn]] void vEndForTimeout(const QorOsMutex* pstMutex) {
+    QOROS_LOG(QOR_LOG_ERROR,
+              "ERROR QorOsMutexWait(%p) invalid timeout, only infinite supported for local pthread "
+              "based mutexes. (pid=%u tid=%ld)",
+              static_cast<const void*>(pstMutex), dProcessId(), dThreadId());
+    fputs(cpszOnlyInfinite, stdout);
+    fflush(stdout);
+    fprintf(stderr, "%s\n", cpszOnlyInfinite);
+    exit(1); // NOLINT(concurrency-mt-unsafe): the end is the point
+}
+
+// Tells of a lock or an unlock by its error, which is the result, too.
+bool fTell(const char* cpszFunction, const QorOsMutex* pstMutex, int error) {
+    const void* const pvShown = pstMutex;
+    if (error == 0) {
+        QOROS_LOG(QOR_LOG_DEBUG, "DEBUG %s(%p) (pid=%u tid=%ld)", cpszFunction, pvShown,
+                  dProcessId(), dThreadId());
+    } else {
+        QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p) rc=%d=%s (pid=%u tid=%ld)", cpszFunction, pvShown,
+                  error, ErrorText(error).cpsz(), dProcessId(), dThreadId());
+    }
+    return fSucceeded(error);
+}
+
+} // namespace
+
+uint32_t QorOsMutexCreate(QorOsMutex** mutex, uint32_t key) {
+    QorOsMutex* const made = mutex == nullptr ? nullptr : pstAllocate("QorOsMutexCreate", mutex);
+    if (made == nullptr) {
+        return 0;
+    }
+    made->type = key == 0 ? QOR_MUTEX_PTHREAD : QOR_MUTEX_SYSV;
+    const bool usable = key == 0 ? fInitRecursive(&made->mutex, mutex)
+                                 : QorOsCreate(&made->semId, key, dFree, cMutexKind);
+    return dHandOut(mutex, made, usable);
+}
+
+uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key) {
+    QorOsMutex* const made = mutex == nullptr ? nullptr : pstAllocate("QorOsMutexOpen", mutex);
+    if (made == nullptr) {
+        return 0;
+    }
+    made->type = QOR_MUTEX_SYSV;
+    return dHandOut(mutex, made, QorOsOpen(&made->semId, key, cMutexKind));
+}
+
+uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
+    uint32_t unused = 0;
+    uint32_t* const outcome = result == nullptr ? &unused : result;
+    *outcome = QOR_WAIT_ERROR;
+    QorOsMutex* const pMtx = mutex;
+    if (pMtx == nullptr) {
+        return dIsNull("QorOsMutexWait", "aMutex");
+    }
+    QOR_ASSERT(cpszModule, pMtx->type == QOR_MUTEX_PTHREAD || pMtx->type == QOR_MUTEX_SYSV);
+    if (pMtx->type == QOR_MUTEX_SYSV) {
+        return QorOsWait(pMtx->semId, timeout, cMutexKind, outcome) ? 1 : 0;
+    }
+    if (timeout != QOR_INFINITE) {
+        vEndForTimeout(pMtx);
+    }
+    if (!fTell("QorOsMutexWait", pMtx, pthread_mutex_lock(&pMtx->mutex))) {
+        return 0;
+    }
+    *outcome = QOR_WAIT_DONE;
+    return 1;
+}
+
+uint32_t QorOsMutexRelease(QorOsMutex* mutex) {
+    if (mutex == nullptr) {
+        return dIsNull("QorOsMutexRelease", "aMutex");
+    }
+    if (mutex->type == QOR_MUTEX_SYSV) {
+        return QorOsRelease(mutex->semId, cMutexKind) ? 1 : 0;
+    }
+    if (mutex->type != QOR_MUTEX_PTHREAD) {
+        return 0;
+    }
+    return fTell("QorOsMutexRelease", mutex, pthread_mutex_unlock(&mutex->mutex)) ? 1 : 0;
+}
+
+uint32_t QorOsMutexClose(QorOsMutex* mutex) {
+    QorOsMutex* const pMtx = mutex;
+    if (pMtx == nullptr) {
+        return dIsNull("QorOsMutexClose", "aMutex");
+    }
+    QOR_ASSERT(cpszModule, pMtx->type == QOR_MUTEX_PTHREAD || pMtx->type == QOR_MUTEX_SYSV);
+    bool closed = true; // kept: a local one is, whatever the system says
+    if (pMtx->type == QOR_MUTEX_SYSV) {
+        closed = QorOsClose(pMtx->semId, cMutexKind);
+    } else {
+        const int error =
+            dDestroy(pthread_mutex_destroy, &pMtx->mutex, "QorOsMutexClose", pMtx, "destroy");
+        QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsMutexClose(%p): rc=%d (pid=%u tid=%ld)",
+                  static_cast<void*>(pMtx), error, dProcessId(), dThreadId());
+    }
+    const ErrnoKeeper keeper;
+    free(pMtx);
+    return closed ? 1 : 0;
+}

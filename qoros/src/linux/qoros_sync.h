@@ -1,0 +1,69 @@
+// What the records of mutexes and events have in common: how they are made, destroyed and refused.
+#pragma once
+
+#include <cstdlib>
+
+#include "qoros_internal.h"
+
+// Tells of a function of POSIX threads that failed and leaves the cause in errno. Always false.
+inline bool fFailed(const char* cpszFunction, const void* pvArgument, const char* cpszStep,
+                    int error) {
+    QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p): %s failed (rc=%d=%s)", cpszFunction, pvArgument,
+              cpszStep, error, ErrorText(error).cpsz());
+    errno = error;
+    return false;
+}
+
+// Always 0.
+inline uint32_t dIsNull(const char* cpszFunction, const char* cpszParameter) {
+    QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p) %s is NULL (pid=%u tid=%ld)", cpszFunction,
+              static_cast<const void*>(nullptr), cpszParameter, dProcessId(), dThreadId());
+    return 0;
+}
+
+// Leaves the error of a function of POSIX threads in errno; true when there is none.
+inline bool fSucceeded(int error) {
+    if (error != 0) {
+        errno = error;
+    }
+    return error == 0;
+}
+
+template <class Record>
+Record* pstAllocate(const char* cpszFunction, Record** ppstOut) {
+    *ppstOut = nullptr;
+    void* const pvMemory = malloc(sizeof(Record));
+    if (pvMemory == nullptr) {
+        const int error = errno;
+        QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p): malloc failed (errno=%d=%s)", cpszFunction,
+                  static_cast<void*>(ppstOut), error, ErrorText(error).cpsz());
+    }
+    return static_cast<Record*>(pvMemory);
+}
+
+// Hands a record out, or frees it when it did not become usable.
+template <class Record>
+uint32_t dHandOut(Record** ppstOut, Record* pstMade, bool fUsable) {
+    if (!fUsable) {
+        const ErrnoKeeper keeper;
+        free(pstMade);
+        return 0;
+    }
+    *ppstOut = pstMade;
+    return 1;
+}
+
+// Destroys an object of POSIX threads, and tries again for as long as it is in use.
+template <class Object>
+int dDestroy(int (*pDestroy)(Object*), Object* pstObject, const char* cpszFunction,
+             const void* pvArgument, const char* cpszStep) {
+    int error = pDestroy(pstObject);
+    while (error == EBUSY) {
+        fFailed(cpszFunction, pvArgument, cpszStep, error);
+        error = pDestroy(pstObject);
+    }
+    if (error != 0) {
+        fFailed(cpszFunction, pvArgument, cpszStep, error);
+    }
+    return error;
+}
