@@ -7,37 +7,18 @@
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <syslog.h>
-#if defined(__linux__)
-#include <linux/capability.h>
-#include <sched.h>
-#include <sys/syscall.h>
-#endif
 
 #include <cstdarg>
 #include <regex>
+
+#include "private_ipc.h"
 
 namespace {
 
 timeval stoppedAt;
 std::string syslogText;
 
-// Moves the test program into an IPC name space of its own, where the system has them and allows
-// it. Elsewhere its tests take turns with others, and a running product is in their way.
-[[maybe_unused]] const bool privateIpc = [] {
-#if defined(__linux__)
-    if (unshare(CLONE_NEWIPC) == 0) {
-        return true;
-    }
-    // Without the privilege a user name space lends it. What else it lends goes back at once, since
-    // tests count on being refused things.
-    if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0) {
-        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-        __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
-        return syscall(SYS_capset, &header, none) == 0;
-    }
-#endif
-    return false;
-}();
+[[maybe_unused]] const bool privateIpc = support::enterPrivateIpc();
 
 // The system's own function of that name.
 template <typename Function>
@@ -62,6 +43,7 @@ extern "C" {
 
 int gettimeofday(struct timeval* now, void*) {
     const int result = systems<int(timeval*, void*)>("gettimeofday")(now, nullptr);
+    ++seams::clockReads;
     *now = seams::clock == seams::Clock::Stopped ? stoppedAt : *now;
     errno = EIO; // a success may change it, too
     return seams::clock == seams::Clock::Broken ? -1 : result;

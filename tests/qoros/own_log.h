@@ -21,6 +21,7 @@ namespace seams {
 enum class Clock { Real, Stopped, Broken };
 inline std::atomic<Clock> clock{Clock::Real};
 void stopClockAt(int64_t seconds, int32_t microseconds);
+inline std::atomic<int> clockReads{0};
 
 // Errors with which pthread_cancel, shmat and the removal of a segment fail; with 0 they work.
 inline std::atomic<int> cancelError{0};
