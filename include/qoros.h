@@ -511,15 +511,18 @@ typedef struct QorOsMutex {
     };
 } QorOsMutex;
 
+/** What a local event is made of. */
+typedef struct QorOsLocalEvent {
+    pthread_mutex_t mutex; /**< guards the flag */
+    pthread_cond_t cond;   /**< broadcast when the flag is set */
+    uint32_t signalled;    /**< 1 or 0 */
+} QorOsLocalEvent;
+
 /** An event. Only the library looks inside. */
 typedef struct QorOsEvent {
     uint32_t type; /**< QOR_EVENT_LOCAL or QOR_EVENT_NAMED */
     union {
-        struct {
-            pthread_mutex_t mutex; /**< guards the flag */
-            pthread_cond_t cond;   /**< broadcast when the flag is set */
-            uint32_t signalled;    /**< 1 or 0 */
-        } local;
+        QorOsLocalEvent local;
         uint32_t semId; /**< the System V semaphore of a named one: the waits that it lets pass */
     };
 } QorOsEvent;

@@ -159,17 +159,19 @@ uint32_t QorOsEventReset(QorOsEvent* event) {
 }
 
 uint32_t QorOsEventWait(QorOsEvent* event, uint32_t timeout, uint32_t* result) {
-    uint32_t unused = 0;
-    uint32_t* const outcome = result == nullptr ? &unused : result;
-    *outcome = QOR_WAIT_ERROR;
+    vSetResult(result, QOR_WAIT_ERROR);
     if (event == nullptr) {
         return dIsNull("QorOsEventWait", "aEvent");
     }
     if (event->type == QOR_EVENT_NAMED) {
-        return QorOsWait(event->semId, timeout, cEventKind, outcome) ? 1 : 0;
+        return QorOsWait(event->semId, timeout, cEventKind, result) ? 1 : 0;
     }
-    *outcome = event->type == QOR_EVENT_LOCAL ? dWaitLocal(event, timeout) : QOR_WAIT_ERROR;
-    return *outcome == QOR_WAIT_DONE ? 1 : 0;
+    if (event->type != QOR_EVENT_LOCAL) {
+        return 0;
+    }
+    const uint32_t outcome = dWaitLocal(event, timeout);
+    vSetResult(result, outcome);
+    return outcome == QOR_WAIT_DONE ? 1 : 0;
 }
 
 uint32_t QorOsEventClose(QorOsEvent* event) {

@@ -40,7 +40,7 @@ bool fInitRecursive(pthread_mutex_t* pstMutex, const void* pvOut) {
 }
 
 // Kept: a wait that can't be done ends the program.
-[[noreturn]] void vEndForTimeout(const QorOsMutex* pstMutex) {
+[[noreturn]] __attribute__((noinline)) void vEndForTimeout(const QorOsMutex* pstMutex) {
     QOROS_LOG(QOR_LOG_ERROR,
               "ERROR QorOsMutexWait(%p) invalid timeout, only infinite supported for local pthread "
               "based mutexes. (pid=%u tid=%ld)",
@@ -51,17 +51,24 @@ bool fInitRecursive(pthread_mutex_t* pstMutex, const void* pvOut) {
     exit(1); // NOLINT(concurrency-mt-unsafe): the end is the point
 }
 
-// Tells of a lock or an unlock by its error, which is the result, too.
-bool fTell(const char* cpszFunction, const QorOsMutex* pstMutex, int error) {
-    const void* const pvShown = pstMutex;
+// Tells of a lock or an unlock by its error. Apart, so that a call that says nothing stays short.
+__attribute__((noinline)) void vTell(const char* cpszFunction, const void* pvMutex, int error) {
     if (error == 0) {
-        QOROS_LOG(QOR_LOG_DEBUG, "DEBUG %s(%p) (pid=%u tid=%ld)", cpszFunction, pvShown,
+        QOROS_LOG(QOR_LOG_DEBUG, "DEBUG %s(%p) (pid=%u tid=%ld)", cpszFunction, pvMutex,
                   dProcessId(), dThreadId());
     } else {
-        QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p) rc=%d=%s (pid=%u tid=%ld)", cpszFunction, pvShown,
+        QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p) rc=%d=%s (pid=%u tid=%ld)", cpszFunction, pvMutex,
                   error, ErrorText(error).cpsz(), dProcessId(), dThreadId());
+        errno = error;
     }
-    return fSucceeded(error);
+}
+
+// The result of a lock or an unlock.
+inline uint32_t dDone(const char* cpszFunction, const QorOsMutex* pstMutex, int error) {
+    if (error != 0 || fLogPasses(pstLog.load(std::memory_order_acquire), QOR_LOG_DEBUG)) {
+        vTell(cpszFunction, pstMutex, error);
+    }
+    return error == 0 ? 1 : 0;
 }
 
 } // namespace
@@ -87,25 +94,21 @@ uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key) {
 }
 
 uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
-    uint32_t unused = 0;
-    uint32_t* const outcome = result == nullptr ? &unused : result;
-    *outcome = QOR_WAIT_ERROR;
+    vSetResult(result, QOR_WAIT_ERROR);
     QorOsMutex* const pMtx = mutex;
     if (pMtx == nullptr) {
         return dIsNull("QorOsMutexWait", "aMutex");
     }
     QOR_ASSERT(cpszModule, pMtx->type == QOR_MUTEX_PTHREAD || pMtx->type == QOR_MUTEX_SYSV);
     if (pMtx->type == QOR_MUTEX_SYSV) {
-        return QorOsWait(pMtx->semId, timeout, cMutexKind, outcome) ? 1 : 0;
+        return QorOsWait(pMtx->semId, timeout, cMutexKind, result) ? 1 : 0;
     }
     if (timeout != QOR_INFINITE) {
         vEndForTimeout(pMtx);
     }
-    if (!fTell("QorOsMutexWait", pMtx, pthread_mutex_lock(&pMtx->mutex))) {
-        return 0;
-    }
-    *outcome = QOR_WAIT_DONE;
-    return 1;
+    const uint32_t taken = dDone("QorOsMutexWait", pMtx, pthread_mutex_lock(&pMtx->mutex));
+    vSetResult(result, taken); // QOR_WAIT_DONE or QOR_WAIT_ERROR
+    return taken;
 }
 
 uint32_t QorOsMutexRelease(QorOsMutex* mutex) {
@@ -118,7 +121,7 @@ uint32_t QorOsMutexRelease(QorOsMutex* mutex) {
     if (mutex->type != QOR_MUTEX_PTHREAD) {
         return 0;
     }
-    return fTell("QorOsMutexRelease", mutex, pthread_mutex_unlock(&mutex->mutex)) ? 1 : 0;
+    return dDone("QorOsMutexRelease", mutex, pthread_mutex_unlock(&mutex->mutex));
 }
 
 uint32_t QorOsMutexClose(QorOsMutex* mutex) {

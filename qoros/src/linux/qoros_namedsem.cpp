@@ -95,12 +95,6 @@ int dTake(uint32_t dSem, uint32_t dTimeout) {
     return 0;
 }
 
-void vSetResult(uint32_t* pdResult, uint32_t dValue) {
-    if (pdResult != nullptr) {
-        *pdResult = dValue;
-    }
-}
-
 bool fNothingTaken(uint32_t dSem, uint32_t dTimeout, char cKind, int error, uint32_t* pdResult) {
     if (dTimeout == 0 || error == EAGAIN) {
         QOROS_LOG(QOR_LOG_DEBUG, "DEBUG QorOsSet%c(%u) exit-%s: semval=%d (pid=%u tid=%ld)", cKind,

@@ -15,7 +15,8 @@ inline bool fFailed(const char* cpszFunction, const void* pvArgument, const char
 }
 
 // Always 0.
-inline uint32_t dIsNull(const char* cpszFunction, const char* cpszParameter) {
+__attribute__((noinline)) inline uint32_t dIsNull(const char* cpszFunction,
+                                                  const char* cpszParameter) {
     QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p) %s is NULL (pid=%u tid=%ld)", cpszFunction,
               static_cast<const void*>(nullptr), cpszParameter, dProcessId(), dThreadId());
     return 0;
