@@ -15,6 +15,8 @@ using Words = std::vector<std::string>;
 int commandDemo(const Words& words);
 int commandGet(const Words& words);
 int commandIp(const Words& words);
+int commandIpc(const Words& words);
+int commandLog(const Words& words);
 int commandMif(const Words& words);
 int commandUpdate(const Words& words);
 

@@ -15,6 +15,8 @@ constexpr Command commands[] = {
     {"demo", qormon::commandDemo, "the main job against a loopback server of its own"},
     {"get", qormon::commandGet, "a file from a web server, if it is newer"},
     {"ip", qormon::commandIp, "an address, a block or a range in all its forms"},
+    {"ipc", qormon::commandIpc, "the shared control block, its semaphores and leftovers"},
+    {"log", qormon::commandLog, "the log mask that all processes share"},
     {"mif", qormon::commandMif, "the entries of a message, with a hexadecimal dump"},
     {"update", qormon::commandUpdate, "what an update server offers"},
 };

@@ -1,0 +1,167 @@
+// The commands that look at what processes share, run beside a process that shares it.
+#include <gtest/gtest.h>
+
+#include <sys/sem.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+
+#include "private_ipc.h"
+#include "qoros.h"
+#include "tool_run.h"
+
+namespace {
+
+[[maybe_unused]] const bool privateIpc = support::enterPrivateIpc();
+
+constexpr uint32_t key = 0x51450001;
+
+void expectRun(const std::string& arguments, int exitCode, const std::string& pattern) {
+    SCOPED_TRACE(arguments);
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitCode, exitCode);
+    EXPECT_TRUE(std::regex_search(outcome.output, std::regex(pattern))) << outcome.output;
+}
+
+// Runs a function in a process of its own, which ends with the handles that it still has.
+template <class Body>
+void inProcess(Body body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        body();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+void createObjects(QorOsMutex** mutex, QorOsEvent** event) {
+    ASSERT_EQ(QorOsMutexCreate(mutex, key) + QorOsEventCreate(event, key + 1), 2u);
+}
+
+TEST(QormonIpc, AnswersACommandLine) {
+    struct Case {
+        const char* arguments;
+        int exitCode;
+        const char* output;
+    };
+    const Case cases[] = {
+        {"log --help", 0, "^usage: qormon log show"},
+        {"log", 2, "^qormon log: an argument is missing\n"},
+        {"log shout", 2, "^qormon log: neither show nor set nor reset: shout\n"},
+        {"log show error", 2, "^qormon log: one argument too many: error\n"},
+        {"log set", 2, "^qormon log: a level is missing\n"},
+        {"log set error loud", 2, "^qormon log: no level: loud\n"},
+        {"log show", 1, "^qormon log: no control block: no process holds a named mutex or event\n"},
+        {"log set all", 1, "^qormon log: no control block"},
+        {"ipc --help", 0, "^usage: qormon ipc [^]*kern.sysv"},
+        {"ipc show", 2, "^qormon ipc: one argument too many: show\n"},
+        {"ipc clean --all", 2, "^qormon ipc: unknown option --all\n"},
+        {"ipc", 1, "^qormon ipc: no control block"},
+        {"ipc clean --yes", 1, "^qormon ipc: no control block"},
+    };
+    for (const Case& c : cases) {
+        expectRun(c.arguments, c.exitCode, c.output);
+    }
+    EXPECT_EQ(shmget(QOR_SHM_KEY, 0, 0), -1) << "looking makes none";
+    const int small = shmget(QOR_SHM_KEY, 499, IPC_CREAT | 0600);
+    expectRun("log set all", 1, "^qormon log: its key belongs to a segment that is too small");
+    shmctl(small, IPC_RMID, nullptr);
+}
+
+TEST(QormonIpc, ChangesTheLogMaskOfOtherProcesses) {
+    QorOsLogRec* log = QorOspLogNew();
+    ASSERT_NE(log, nullptr);
+    const auto check = [&](const char* arguments, uint32_t mask, const std::string& output) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 0);
+        EXPECT_EQ(outcome.output, output) << arguments;
+        EXPECT_EQ(QorOsdGetLogLevel(log), mask) << arguments;
+    };
+    check("log show", 0, "log mask        0x00000000\nlevels          none\n");
+    check("log set error stdout", 0x08000001,
+          "log mask        0x08000001\nlevels          stdout error\n");
+    check("log set trace", 0x28000001,
+          "log mask        0x28000001\nlevels          stdout error trace\n");
+    check("log show --json", 0x28000001,
+          "{\"mask\": 671088641, \"levels\": [\"stdout\", \"error\", \"trace\"]}\n");
+    check("log reset all", 1, "log mask        0x00000001\nlevels          stdout\n");
+    check("log set all", 0x68000005,
+          "log mask        0x68000005\nlevels          stdout fatal error trace debug\n");
+    QorOsvLogDelete(&log);
+    EXPECT_EQ(shmget(QOR_SHM_KEY, 0, 0), -1);
+}
+
+void showAndFreeSlots() {
+    QorOsMutex* mutex = nullptr;
+    QorOsMutex* again = nullptr;
+    QorOsEvent* event = nullptr;
+    createObjects(&mutex, &event);
+    ASSERT_EQ(QorOsMutexOpen(&again, key), 1u);
+    const std::string id = std::to_string(mutex->semId);
+    const std::string gone = std::to_string(event->semId);
+    expectRun("ipc clean", 0, "^nothing to remove\n$");
+    ASSERT_EQ(semctl(static_cast<int>(event->semId), 0, IPC_RMID), 0);
+    const std::string rest = "users           1\nlog mask        0x00000000\nhandles         3\n";
+    expectRun("ipc", 0,
+              "^segment         [0-9]+\nattached        1\n" + rest +
+                  "named handles   3\nslots so far    2\n\nslot .*\n"
+                  "   0 +" +
+                  id + " +2 +1 +0 +[0-9]+  live\n   1 +" + gone + " +1 +- +- +-  gone\n$");
+    expectRun("ipc --json", 0,
+              "\"handles\": 3, [^]*, \"slots\": \\[\\{\"slot\": 0, \"semaphore\": " + id +
+                  ", \"handles\": 2, \"value\": 1, [^]*\"state\": \"gone\"\\}\\]\\}\n$");
+    const std::string what = " slot 1, whose semaphore " + gone + " is gone\n";
+    const std::string would = "^would remove" + what + "qormon ipc clean --yes does it.\n$";
+    expectRun("ipc clean", 0, would);
+    expectRun("ipc clean", 0, would);
+    expectRun("ipc clean --yes", 0, "^removing" + what + "$");
+    expectRun("ipc", 0, rest + "named handles   2\n[^]*  live\n$");
+    EXPECT_EQ(QorOsEventClose(event), 0u);
+    EXPECT_EQ(QorOsMutexClose(mutex) + QorOsMutexClose(again), 2u);
+    // The handle on what was removed still counts, and keeps the block.
+    expectRun("ipc", 0, "\nattached        1\nusers           1\n[^]*\nhandles         1\n");
+}
+
+TEST(QormonIpc, ShowsSemaphoresAndFreesTheSlotsOfThoseThatAreGone) {
+    inProcess(showAndFreeSlots);
+    EXPECT_EQ(shmctl(shmget(QOR_SHM_KEY, 0, 0), IPC_RMID, nullptr), 0);
+}
+
+TEST(QormonIpc, RemovesWhatDeadProcessesLeft) {
+    inProcess([] {
+        QorOsMutex* mutex = nullptr;
+        QorOsEvent* event = nullptr;
+        createObjects(&mutex, &event);
+    });
+    const int id = semget(static_cast<key_t>(key), 0, 0);
+    const int segment = shmget(QOR_SHM_KEY, 0, 0);
+    // What is no semaphore of the product's stays: somebody got the identifier in the meantime.
+    const int foreign = semget(IPC_PRIVATE, 2, 0600);
+    auto* const block = static_cast<QorOsShmCtl*>(shmat(segment, nullptr, 0));
+    block->slots[2] = {static_cast<uint32_t>(foreign), 1};
+    shmdt(block);
+    expectRun("ipc", 0,
+              "attached        0\nusers           1\n[^]*\n   0 [^]* 1 +0 +[0-9]+  left over\n"
+              "[^]*\n   2 [^]*  foreign\n\n"
+              "No process has the block attached: 2 handles were never closed.\n$");
+    const std::string removed = " semaphore " + std::to_string(id) + ", left over in slot 0\n";
+    expectRun("ipc clean", 0,
+              "^would remove" + removed +
+                  "would remove semaphore [^]*\n"
+                  "would remove the control block, segment [0-9]+\nqormon ipc");
+    EXPECT_EQ(semget(static_cast<key_t>(key), 0, 0), id);
+    expectRun("ipc clean --yes", 0,
+              "^removing" + removed +
+                  "removing semaphore [0-9]+, left over "
+                  "in slot 1\nremoving the control block, segment [0-9]+\n$");
+    EXPECT_EQ(semget(static_cast<key_t>(key), 0, 0), -1);
+    EXPECT_EQ(semget(static_cast<key_t>(key + 1), 0, 0), -1);
+    EXPECT_EQ(shmget(QOR_SHM_KEY, 0, 0), -1);
+    EXPECT_EQ(semctl(foreign, 0, IPC_RMID), 0);
+}
+
+} // namespace
