@@ -77,7 +77,10 @@ TEST_F(LocalObjects, MutexTellsOfErrorsAndWaitsForItsOwnerAtTheEnd) {
     expectMessages(line("QorOsMutexRelease", EPERM),
                    [&] { EXPECT_EQ(QorOsMutexRelease(mutex), 0u); });
     EXPECT_EQ(errno, EPERM);
-    mutex->mutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+    pthread_mutexattr_t checked;
+    pthread_mutexattr_init(&checked);
+    pthread_mutexattr_settype(&checked, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutex_init(&mutex->mutex, &checked);
     QorOsMutexWait(mutex, QOR_INFINITE, nullptr);
     uint32_t result = 7;
     expectMessages(line("QorOsMutexWait", EDEADLK),
