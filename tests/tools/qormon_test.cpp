@@ -52,10 +52,11 @@ TEST(Qormon, AnswersACommandLine) {
         {"ip 10.1.2", 2, "^qormon ip: no address: 10.1.2\n"},
         {"ip 10.1.2.3/33", 2, "^qormon ip: no prefix length for IPv4: 33\n"},
         {"ip 10.0.0.0-", 2, "^qormon ip: no range of addresses: 10.0.0.0-\n"},
+        {"ip 10.0.0-10.0.0.1", 2, "^qormon ip: no range of addresses: 10.0.0-10.0.0.1\n"},
         {"ip 1.2.3.4-::", 1, "^qormon ip: 1.2.3.4-:: is no block\n$"},
         {"ip 127.0.0.1", 0, "\nkind            local host\n"},
         {"ip ::ffff:1.2.3.4", 0, "\nkind            IPv4-mapped\nas IPv4         1.2.3.4\n"},
-        {"ip ::", 0, "\nfamily          IPv6\nkind            any host\nas IPv6  "},
+        {"ip ::/128", 0, "\nfamily          IPv6\nkind            any host\nas IPv6  "},
         {"ip 9::-9::7", 0, "^family          IPv6\nblock           9::/125\nfirst address   9::\n"},
         {"ip 10.1.2.3/31", 0,
          "^address         10.1.2.3\nfamily          IPv4\nkind            other\n[^]*"
