@@ -35,10 +35,7 @@ void check(QorIpAddr low, QorIpAddr high, unsigned int surplus) {
     const std::string range = bytes(withTail(low, prefix, false), withTail(low, prefix, true));
     const bool isBlock = bytes(low, high) == range;
     QorIpAddr ends[2];
-    testing::internal::CaptureStdout(); // no longer than the trace: failures go there too
-    const bool hasRange = qor_ipaddr_cidr2range(low, asked, ends[0], ends[1]);
-    testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(hasRange);
+    EXPECT_TRUE(qor_ipaddr_cidr2range(low, asked, ends[0], ends[1]));
     EXPECT_EQ(bytes(ends[0], ends[1]), range);
     char out[4][64];
     EXPECT_TRUE(qor_ipaddr_cidr2range(low.GetStr(), asked, out[0], 64, out[1], 64));
@@ -69,6 +66,7 @@ void check(QorIpAddr low, QorIpAddr high, unsigned int surplus) {
 
 TEST(QorIpRange, AgreesWithTheDefinition) {
     std::independent_bits_engine<std::mt19937, 32, unsigned int> random(1);
+    testing::internal::CaptureStdout(); // the trace
     for (unsigned int round = 0; round < 6000 && !HasFailure(); ++round) {
         const unsigned int width = round % 2 == 0 ? 32 : 128;
         unsigned int words[] = {random(), random(), random(), random()};
@@ -81,6 +79,10 @@ TEST(QorIpRange, AgreesWithTheDefinition) {
         SCOPED_TRACE(bytes(ends[0], ends[1]));
         check(ends[round % 8 < 2], ends[round % 8 >= 2], round % 3 == 0 ? ~0U - width : round % 3);
     }
+    // What failed was captured as well; it ends the output.
+    const std::string output = testing::internal::GetCapturedStdout();
+    EXPECT_FALSE(HasFailure()) << output.substr(output.size() -
+                                                std::min<size_t>(output.size(), 4000));
 }
 
 TEST(QorIpRange, TracesTheMaskOfObjectsOnly) {
@@ -105,7 +107,7 @@ TEST(QorIpRange, KnowsOneFamilyAtATime) {
     EXPECT_EQ(out + std::string(last), "") << "empty without an address";
     testing::internal::CaptureStdout();
     // A length is taken unchecked; whatever it says, only the 16 bytes are used.
-    for (const unsigned int length : {0U, 3U, 17U, 0xFFFFFFFFU}) {
+    for (const unsigned int length : {0U, 3U, 17U, 1000U}) {
         const QorIpAddr odd(QorIpAddr("9::9").address, length);
         QorIpAddr ends[] = {"9::9", "9::9"};
         EXPECT_FALSE(qor_ipaddr_cidr2range(odd, 8, ends[0], ends[1]));
