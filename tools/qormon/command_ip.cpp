@@ -1,5 +1,6 @@
 #include "arguments.h"
 #include "commands.h"
+#include "text.h"
 
 #include <sys/socket.h>
 
@@ -22,7 +23,7 @@ constexpr char usage[] =
 constexpr std::size_t addressTextBytes = 64;
 
 int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon ip: %s\n%s", why.c_str(), usage);
+    std::fprintf(stderr, "qormon ip: %s\n%s", printable(why).c_str(), usage);
     return exitUsage;
 }
 
@@ -122,7 +123,7 @@ int showBlockOfRange(const std::string& text, std::size_t dash) {
     }
     unsigned int prefix = 0;
     if (!qor_ipaddr_range2cidr(low, high, prefix)) {
-        std::fprintf(stderr, "qormon ip: %s is no block\n", text.c_str());
+        std::fprintf(stderr, "qormon ip: %s is no block\n", printable(text).c_str());
         return exitNegative;
     }
     printRow("family", familyOf(low));
