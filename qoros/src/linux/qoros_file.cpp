@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "qoros_filecalls.h"
+
 namespace {
 
 // Blocks of a copy where the file system prefers none, in bytes.
@@ -85,14 +87,14 @@ bool fOpenDestination(OpenFile* pstDest, const char* cpszPath, const OpenFile& s
 ssize_t dRead(int fd, char* cpBuffer, size_t dSize) {
     ssize_t dBytes;
     do {
-        dBytes = read(fd, cpBuffer, dSize);
+        dBytes = oscalls::dRead(fd, cpBuffer, dSize);
     } while (dBytes == -1 && errno == EINTR);
     return dBytes;
 }
 
 bool fWriteAll(int fd, const char* cpBytes, size_t dSize) {
     while (dSize > 0) {
-        const ssize_t dWritten = write(fd, cpBytes, dSize);
+        const ssize_t dWritten = oscalls::dWrite(fd, cpBytes, dSize);
         if (dWritten > 0) {
             cpBytes += dWritten;
             dSize -= static_cast<size_t>(dWritten);
@@ -128,8 +130,8 @@ size_t dBlockOf(const struct stat& stStatus) {
 // are there.
 void vFinish(Steps* pstSteps, const OpenFile& stDest, const char* cpszDest,
              const struct stat& stSource) {
-    pstSteps->take(fchown(stDest.fd, stSource.st_uid, stSource.st_gid) == 0);
-    pstSteps->take(close(stDest.fd) == 0);
+    pstSteps->take(oscalls::fChangeOwner(stDest.fd, stSource.st_uid, stSource.st_gid));
+    pstSteps->take(oscalls::fClose(stDest.fd));
     utimbuf stTimes{};
     stTimes.actime = stSource.st_atime;
     stTimes.modtime = stSource.st_mtime;
@@ -144,7 +146,7 @@ void vCopyTo(Steps* pstSteps, const char* cpszDest, const OpenFile& stSource, bo
     if (fCopied) {
         vFinish(pstSteps, stDest, cpszDest, stSource.stStatus);
     } else if (stDest.fd != -1) {
-        close(stDest.fd);
+        oscalls::fClose(stDest.fd);
     }
 }
 
@@ -188,7 +190,7 @@ uint32_t QorOsCopyFile(const char* source, const char* destination, int failIfEx
         vCopyTo(&steps, destination, from, failIfExists != 0);
     }
     if (from.fd != -1) {
-        steps.take(close(from.fd) == 0);
+        steps.take(oscalls::fClose(from.fd));
     }
     return steps.fAllDone() ? 1 : 0;
 }
