@@ -649,7 +649,7 @@ QOR_API uint32_t QorOsChkAndCreateDir(const char* path);
 
 /**
  * Tells how large a file is.
- * @param size receives the bytes modulo 2^32, 0 on failure; null gives 0
+ * @param size receives the bytes modulo 2^32, 0 on failure, a null path included; null gives 0
  */
 QOR_API uint32_t QorOsGetFileSize(const char* path, uint32_t* size);
 
@@ -687,9 +687,11 @@ QOR_API uint32_t QorOsDeleteDir(const char* path);
  *
  * Links to directories are followed: what is in those directories is removed, wherever they are,
  * while directory and link stay, and so does what contains the link. A directory's entries are
- * taken as QorOsFindNext gives them: it is not emptied beyond a link to nothing. An entry whose
- * path has more than 255 characters is left alone.
+ * taken as QorOsFindNext gives them: it is not emptied beyond a link to nothing. However many
+ * links lead to a directory, it is entered through one of them only. An entry whose path has more
+ * than 255 characters is left alone.
  *
+ * @param path up to 255 characters; a longer one is refused with ENAMETOOLONG
  * @return 1 if the directory itself was removed; 0 with the cause of that alone, mostly ENOTEMPTY
  */
 QOR_API uint32_t QorOsDeleteDirTree(const char* path);
@@ -716,20 +718,21 @@ typedef struct QorOsFind {
  * Starts a search and gives its first entry.
  *
  * A pattern without "*" that names a directory lists its entries. Any other is a directory, the
- * last "/" and a pattern for the names in it; without "/" the directory is the working directory,
- * and in front of a leading "/" that is the only one there is none, so that nothing is found.
- * "*.*",
- * "*." and "*" match every name but "." and "..". Any other pattern matches the names that begin
- * with what stands before its first "*" and end with what stands behind it, both as they are and
- * without overlap; ".*" matches "." and "..", too. A pattern without "*" matches the equal name.
- * Upper and lower case differ.
+ * last "/" and a pattern for the names in it. Without "/" the directory is the working directory.
+ * Where the last "/" is also the first character there is no directory in front of it, not even
+ * the root, and nothing is found. An empty pattern for the names counts as "*". Such a pattern is
+ * one of these, where upper and lower case differ:
+ * - "*", "*." and "*.*" match every name but "." and "..";
+ * - any other with a "*" matches the names that begin with what stands before its first "*" and end
+ *   with what stands behind it, both taken as they are and without overlap, so that ".*" matches
+ *   "." and "..", too;
+ * - one without "*" matches the equal name.
  *
  * @param find set up anew by the call, whatever it held, so that an open search has to be closed
  *        before; on failure it is closed
  * @param pattern directory and name pattern, each shorter than 1024 bytes; null gives 0
  * @param name receives the entry's name without directory, 1024 bytes; null gives 0
- * @param type receives QOR_ENTRY_DIRECTORY or QOR_ENTRY_OTHER, of what a link points to; may be
- * null
+ * @param type receives the entry type, of a link that of what it points to; may be null
  * @param time receives the seconds of the last modification modulo 2^32; may be null
  * @param size receives the bytes modulo 2^32; may be null
  * @return 1 when an entry was found, and the caller then closes the search; 0 when there is none or
@@ -751,8 +754,8 @@ QOR_API uint32_t QorOsFindNext(QorOsFind* find, char* name, uint32_t* type, uint
 
 /**
  * Ends a search.
- * @return 1, also for one that is closed; 0 for a null record and where the system reports an
- * error, and the search is closed all the same
+ * @return 1, also for one that is closed; 0 for a null record, and where the system reports an
+ *         error, but then the search is closed all the same
  */
 QOR_API uint32_t QorOsFindClose(QorOsFind* find);
 

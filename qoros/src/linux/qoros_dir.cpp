@@ -167,10 +167,12 @@ uint32_t QorOsDeleteDirTree(const char* path) {
     if (path == nullptr) {
         return 0;
     }
-    if (strlen(path) < dDeletePathSize) {
-        Deletion deletion;
-        strcpy_qor(deletion.szPath, sizeof deletion.szPath, path);
-        vEmptyDirectory(&deletion);
+    if (strlen(path) >= dDeletePathSize) {
+        errno = ENAMETOOLONG;
+        return 0;
     }
+    Deletion deletion;
+    strcpy_qor(deletion.szPath, sizeof deletion.szPath, path);
+    vEmptyDirectory(&deletion);
     return rmdir(path) == 0 ? 1 : 0;
 }
