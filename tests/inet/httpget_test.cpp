@@ -248,6 +248,16 @@ TEST_F(HttpGetTest, UnderstandsAnswers) {
     EXPECT_EQ(get.errorText, "HTTP Error: HTTP/1.0 404 " + n(74));
 }
 
+TEST_F(HttpGetTest, TakesAnAnswerByteByByte) {
+    const std::string answer = "HTTP/1.0 200 OK\r\nX: y\r\n\r\nhello";
+    const auto sendBytewise = [&answer](ScriptedServer& server) {
+        return std::all_of(answer.begin(), answer.end(),
+                           [&server](char c) { return server.send(std::string(1, c)); });
+    };
+    ScriptedServer server({{readRequest(), sendBytewise}});
+    EXPECT_EQ(request(server.url("/")), Outcome(1, 1, "", "hello"));
+}
+
 TEST_F(HttpGetTest, GivesTheFileTheServersTime) {
     const std::string other = ": Mon, 07 Nov 1994 08:49:37 GMT\r\n",
                       failed = "Set file time failed";
