@@ -793,8 +793,7 @@ QOR_API uint32_t QorOsCreateProcessSw(const char* commandLine, uint32_t flags);
  * the line goes to the shell as it is, so that quotes, variables and further commands in it mean
  * what the shell takes them for. Not for lines with text that others wrote.
  *
- * @param commandLine of at most 1024 characters, the last one of which is lost; null counts as
- *        empty
+ * @param commandLine of at most 1024 characters, of which the 1024th is lost; null counts as empty
  * @param flags QOR_PROCESS_BACKGROUND or 0
  * @param exitStatus receives the exit code, the wait status where a signal ended the shell, and
  *        0xFFFFFFFF where nothing was run or the system does not tell; may be null
