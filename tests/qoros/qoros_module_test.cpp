@@ -39,15 +39,13 @@ TEST(QorOsModule, LoadsLibrariesAndFindsSymbols) {
     const std::string library = program().parent_path() / "module_fixture.so";
     const char* error = "unchanged";
     void* const handle = QorOsDlLoadEx(library.c_str(), &error);
-    ASSERT_NE(handle, nullptr) << error;
-    auto* const answer = QorOsDlGetAddrEx(handle, "qorFixtureAnswer", &error);
+    void* const answer = QorOsDlGetAddrEx(handle, "qorFixtureAnswer", &error);
     ASSERT_NE(answer, nullptr) << error;
     EXPECT_STREQ(error, "unchanged");
     EXPECT_EQ(reinterpret_cast<int (*)()>(answer)(), 42);
     EXPECT_EQ(QorOsDlGetAddrEx(handle, "none", &error), nullptr);
     EXPECT_NE(std::string(error).find("none"), std::string::npos) << error;
-    EXPECT_EQ(QorOsDlGetAddr(handle, ""), nullptr);
-    EXPECT_EQ(QorOsDlGetAddr(handle, nullptr), nullptr);
+    EXPECT_TRUE(QorOsDlGetAddr(handle, "") == nullptr && !QorOsDlGetAddr(handle, nullptr));
     EXPECT_EQ(QorOsDlGetAddrEx(nullptr, "malloc", &error), nullptr);
     EXPECT_EQ(error, nullptr) << "the loader was asked";
     EXPECT_EQ(QorOsDlFree(handle), 1u);
@@ -55,30 +53,29 @@ TEST(QorOsModule, LoadsLibrariesAndFindsSymbols) {
     EXPECT_EQ(QorOsDlFree(nullptr), 1u);
 
     EXPECT_EQ(QorOsDlLoad("./none.so"), nullptr);
-    EXPECT_EQ(QorOsDlLoad(nullptr), nullptr);
-    EXPECT_EQ(QorOsDlLoadEx("", nullptr), nullptr);
+    EXPECT_EQ(QorOsDlLoadEx(nullptr, nullptr), nullptr);
     EXPECT_EQ(QorOsDlLoadEx("", &error), nullptr); // the loader still knows of the call before
     EXPECT_NE(std::string(error).find("none.so"), std::string::npos) << error;
 }
 
 TEST(QorOsModule, GivesTheShortNameOfTheMachine) {
-    // The buffer is expected up to its end, "#" where it was not written; 0 stands for a failure.
-    const auto check = [](uint32_t size, int error, const std::string& expected, uint32_t length) {
+    // The buffer is expected up to its end, "#" where it was not written.
+    const auto check = [](uint32_t size, int error, const std::string& expected) {
         char buffer[32] = "##################";
         buffer[size + 1] = '\0';
-        hostError = error;
         uint32_t told = size;
-        EXPECT_EQ(QorOsGetComputerName(buffer, &told), length != 0) << size << " " << error;
+        hostError = error;
+        EXPECT_EQ(QorOsGetComputerName(buffer, &told), error == 0) << size << " " << error;
         EXPECT_EQ(buffer, expected);
-        EXPECT_EQ(told, length == 0 ? size : length) << expected;
+        EXPECT_EQ(told, error == 0 ? expected.size() : size) << expected;
         EXPECT_EQ(QorOsGetComputerName(nullptr, &told) + QorOsGetComputerName(buffer, nullptr), 0u);
     };
-    check(17, 0, "host", 4);
-    check(4, 0, "hos", 3);
-    check(8, ENAMETOOLONG, "host.ex", 0);
-    check(8, EINVAL, "host.ex", 0);
-    check(8, EPERM, "host.exa#", 0);
-    check(0, EINVAL, "#", 0);
+    check(17, 0, "host");
+    check(4, 0, "hos");
+    check(8, ENAMETOOLONG, "host.ex");
+    check(8, EINVAL, "host.ex");
+    check(8, EPERM, "host.exa#");
+    check(0, EINVAL, "#");
 }
 
 TEST(QorOsModule, FindsTheRunningProgram) {

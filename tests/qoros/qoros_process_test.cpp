@@ -1,5 +1,4 @@
 #include <dlfcn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -16,23 +15,18 @@ namespace {
 std::atomic<int> forksLeft{-1};    // behind them the system has no process; without end below 0
 std::atomic<int> interruptions{0}; // how many of the next waits a signal ends
 
-int failWith(int error) {
-    errno = error;
-    return -1;
-}
-
 } // namespace
 
 // The library's objects are linked into this program, so that these stand in for the system's.
 extern "C" pid_t fork() {
     forksLeft -= forksLeft > 0 ? 1 : 0;
-    return forksLeft == 0 ? failWith(EAGAIN)
-                          : reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"))();
+    errno = EAGAIN;
+    return forksLeft == 0 ? -1 : reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"))();
 }
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
-    return interruptions > 0 && interruptions-- > 0 ? failWith(EINTR)
-                                                    : wait4(pid, status, options, nullptr);
+    errno = EINTR;
+    return interruptions > 0 && interruptions-- > 0 ? -1 : wait4(pid, status, options, nullptr);
 }
 
 namespace {
@@ -55,8 +49,7 @@ TEST(QorOsCommandLine, IsSplitAtBlanksOutsideQuotes) {
         {"", "[][]"},
         {" ls", "[][][ls]"},
         {R"("a b" c")", R"(["a]["a][b c])"},
-        {"p  a   b ", "[p][p][a][b]"},
-        {"p a\tb\nc", "[p][p][a\tb\nc]"},
+        {"p  a\tb\nc   d ", "[p][p][a\tb\nc][d]"},
         {R"(p a "b c" d"e f"g)", "[p][p][a][b c][de fg]"},
         {R"(p "a""b"c "" d "")", "[p][p][abc][][d][]"},
         {R"(p "x\"y" "x\y\ z\\" z)", R"([p][p][x"y][x\y\ z\\][z])"},
@@ -105,8 +98,8 @@ protected:
     void setPath(const std::string& list) const {
         EXPECT_EQ(list == "-" ? unsetenv("PATH") : setenv("PATH", placed(list).c_str(), 1), 0);
     }
-    uint32_t start(const std::string& line, QorOsProcess** process) const {
-        return QorOsCreateProcessAsyn(placed(line).c_str(), nullptr, process);
+    uint32_t start(const std::string& line, QorOsProcess** out) const {
+        return QorOsCreateProcessAsyn(placed(line).c_str(), nullptr, out);
     }
     int64_t exitCode(const std::string& line) const {
         QorOsProcess* process = nullptr;
@@ -124,11 +117,9 @@ TEST_F(QorOsProcesses, AreFoundInSystemDirectoriesAndThenInPath) {
     const std::string longest = "@/b" + std::string(1024 - 6 - directory.path("b").size(), '/');
     const std::string cases[][3] = {
         {"tool", "@/a:@/c:@/none:@/b", "@/b/tool"},
-        {"tool", "@/a:@/c", ""},
         {"tool", "-", ""},
         {"sh", "@/b", "/bin/sh"},
         {"directory", "@/b", "@/b/directory"},
-        {"./none", "@/b", "./none"},
         {"tmp", "@/a:", ""},
         {"tmp", ":@/a", "/tmp"},
         {"tmp", "@/a::@/b", "/tmp"},
@@ -157,12 +148,10 @@ TEST_F(QorOsProcesses, RunInTheShell) {
         EXPECT_EQ(status, expected) << line;
     };
     const std::string limit(1024 - 8, 'x'); // behind "sh -c : "
-    check("@/b/here", 6, "TRACE", "cmd execed: '@/b/here'=6");
     check(" \n\tsh\t \n-c  'exit 7' ", 7, "TRACE", "cmd execed: '/bin/sh -c  'exit 7' '=7");
     check("sh -c : ; kill -9 $$", 9, "TRACE", "cmd execed: '/bin/sh -c : ; kill -9 $$'=9");
     check("@/none 2>&-", 127, "TRACE", "cmd execed: '@/none 2>&-'=127");
     check("sh -c : " + limit, 0, "TRACE", "cmd execed: '/bin/sh -c : " + limit.substr(1) + "'=0");
-    check("", UINT32_MAX, "ERROR", "command line () is empty");
     check(" \t\n", UINT32_MAX, "ERROR", "command line ( \t\n) is empty");
     check("sh " + limit + "xxxxxx", UINT32_MAX, "ERROR",
           "command line (sh " + limit + "xxxxxx) is too long");
@@ -182,6 +171,7 @@ TEST_F(QorOsProcesses, RunInTheShell) {
 TEST_F(QorOsProcesses, TellTheirExitCodes) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(directory.path("b"));
+    interruptions = 2;
     const auto check = [this](const std::string& list, const std::string& line, int64_t expected) {
         setPath(list);
         EXPECT_EQ(exitCode(line), expected) << list << " " << line;
@@ -200,57 +190,53 @@ TEST_F(QorOsProcesses, TellTheirExitCodes) {
     check("/bin", "sh" + repeated(" x", 4096), 127);
     check("", "here", 6); // in the working directory
     check("@/a:", "here", 6);
-    check(":@/a", "here", 6);
     std::filesystem::current_path(before);
 }
 
 TEST_F(QorOsProcesses, AreWatched) {
-    const std::string line = R"(/bin/sh -c "read x <@/in; exit 3")";
     QorOsProcess* process = nullptr;
-    siginfo_t end;
     uint32_t code = 9;
-    ASSERT_EQ(start(line, &process), 1u);
-    EXPECT_EQ(QorOsProcessIsRunning(process), 1u);
-    directory.write("in", "\n");
-    ASSERT_EQ(waitid(P_PID, process->pid, &end, WEXITED | WNOWAIT), 0);
-    EXPECT_EQ(QorOsProcessIsRunning(process) + process->pid, 0u);
-    EXPECT_EQ(QorOsProcessIsRunning(process) + QorOsTerminateProcess(process), 0u);
-    EXPECT_EQ(QorOsProcessWait(process, &code), 1u);
-    EXPECT_EQ(code, 3u);
-
-    ASSERT_EQ(start(line, &process), 1u);
-    EXPECT_EQ(QorOsTerminateProcess(process), 1u);
-    ASSERT_EQ(waitid(P_PID, process->pid, &end, WEXITED | WNOWAIT), 0);
-    EXPECT_EQ(end.si_status, SIGTERM);
-    for (const uint32_t pid : {static_cast<uint32_t>(getppid()), UINT32_MAX}) { // no children
-        auto* const other = static_cast<QorOsProcess*>(calloc(1, sizeof(QorOsProcess)));
-        other->pid = pid;
-        EXPECT_EQ(QorOsProcessIsRunning(other), pid == UINT32_MAX ? 0u : 1u);
-        EXPECT_EQ(QorOsProcessWait(other, &code), 0u);
+    for (const bool terminated : {false, true}) {
+        siginfo_t end;
+        ASSERT_EQ(start(R"(/bin/sh -c "read x <@/in; exit 3")", &process), 1u);
+        EXPECT_EQ(QorOsProcessIsRunning(process), 1u);
+        if (terminated) {
+            EXPECT_EQ(QorOsTerminateProcess(process), 1u);
+        } else {
+            directory.write("in", "\n");
+        }
+        ASSERT_EQ(waitid(P_PID, process->pid, &end, WEXITED | WNOWAIT), 0);
+        EXPECT_EQ(end.si_status, terminated ? SIGTERM : 3);
+        EXPECT_EQ(QorOsTerminateProcess(process) + process->pid, 0u);
+        EXPECT_EQ(QorOsProcessIsRunning(process), 0u);
+        EXPECT_EQ(QorOsProcessWait(process, terminated ? nullptr : &code), 1u);
         EXPECT_EQ(code, 3u);
     }
-    interruptions = 2;
-    EXPECT_EQ(QorOsProcessWait(process, nullptr), 1u);
+    for (const uint32_t pid : {static_cast<uint32_t>(getppid()), UINT32_MAX}) { // no children
+        process = static_cast<QorOsProcess*>(calloc(1, sizeof(QorOsProcess)));
+        process->pid = pid;
+        EXPECT_EQ(QorOsProcessIsRunning(process), pid == UINT32_MAX ? 0u : 1u);
+        EXPECT_EQ(QorOsProcessWait(process, &code), 0u);
+        EXPECT_EQ(code, 3u);
+    }
     EXPECT_EQ(QorOsProcessIsRunning(nullptr) + QorOsTerminateProcess(nullptr), 0u);
     EXPECT_EQ(QorOsProcessWait(nullptr, &code), 0u);
 }
 
 TEST_F(QorOsProcesses, RunDetached) {
     interruptions = 1;
-    EXPECT_EQ(start(R"(/bin/sh -c "echo $$ >@/out; read x <@/in; echo end >@/out")", nullptr), 1u);
+    EXPECT_EQ(start(R"(/bin/sh -c "echo $$ >@/out; read x <@/in")", nullptr), 1u);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "it is a child of the caller";
     const pid_t program = static_cast<pid_t>(std::stol(directory.read("out")));
     const pid_t session = getsid(program);
     EXPECT_TRUE(session > 0 && session != getsid(0) && session != program) << session;
     directory.write("in", "\n");
-    EXPECT_EQ(directory.read("out"), "end\n");
     EXPECT_EQ(start("@/none", nullptr), 1u);
 }
 
 TEST_F(QorOsProcesses, TellWhenTheSystemHasNone) {
     QorOsProcess* process = nullptr;
-    EXPECT_EQ(QorOsCreateProcessAsyn(nullptr, nullptr, &process), 0u);
-    EXPECT_TRUE(process == nullptr && QorOsCreateProcessAsyn(nullptr, nullptr, nullptr) == 0);
+    EXPECT_TRUE(QorOsCreateProcessAsyn(nullptr, nullptr, &process) == 0 && process == nullptr);
     // For the process that is watched, for the one in the middle, and for the program behind it.
     for (const int which : {0, 1, 2}) {
         forksLeft = which == 2 ? 2 : 1;
@@ -258,24 +244,22 @@ TEST_F(QorOsProcesses, TellWhenTheSystemHasNone) {
         EXPECT_EQ(std::exchange(errno, 0), EAGAIN);
     }
     EXPECT_NE(reinterpret_cast<uintptr_t>(process), 0u);
+    const uint32_t descriptor = static_cast<uint32_t>(dup(0));
+    EXPECT_EQ(QorOsCloseHdl(descriptor), 1u);
+    EXPECT_EQ(QorOsCloseHdl(descriptor), 0u);
 }
 
 TEST_F(QorOsProcesses, StartFromManyThreads) {
     std::vector<std::thread> threads;
-    for (uint32_t i = 0; i < 8; ++i) {
+    for (uint32_t i = 0; i < 24; ++i) {
         threads.emplace_back([this, i] {
-            for (int round = 0; round < 5; ++round) {
-                EXPECT_EQ(exitCode(text("sh -c \"exit %u\"", i)), i);
-                EXPECT_EQ(start("sh -c :", nullptr), 1u);
-            }
+            EXPECT_EQ(exitCode(text("sh -c \"exit %u\"", i)), i);
+            EXPECT_EQ(start("sh -c :", nullptr), 1u);
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    const uint32_t descriptor = static_cast<uint32_t>(dup(0));
-    EXPECT_EQ(QorOsCloseHdl(descriptor), 1u);
-    EXPECT_EQ(QorOsCloseHdl(descriptor), 0u);
 }
 
 } // namespace
