@@ -66,10 +66,11 @@ TEST(QorOsModule, GivesTheShortNameOfTheMachine) {
         uint32_t told = size;
         hostError = error;
         EXPECT_EQ(QorOsGetComputerName(buffer, &told), error == 0) << size << " " << error;
-        EXPECT_EQ(buffer, expected);
-        EXPECT_EQ(told, error == 0 ? expected.size() : size) << expected;
+        EXPECT_EQ(std::string(buffer, expected.size() + 1), expected + '\0');
+        EXPECT_EQ(told, error == 0 ? strlen(expected.c_str()) : size) << expected;
         EXPECT_EQ(QorOsGetComputerName(nullptr, &told) + QorOsGetComputerName(buffer, nullptr), 0u);
     };
+    check(18, 0, std::string("host\0example.com\0#", 18));
     check(17, 0, "host");
     check(4, 0, "hos");
     check(8, ENAMETOOLONG, "host.ex");

@@ -20,9 +20,11 @@ std::atomic<int> interruptions{0}; // how many of the next waits a signal ends
 
 // The library's objects are linked into this program, so that these stand in for the system's.
 extern "C" pid_t fork() {
+    // Looked up once, since the process in the middle must not wait for a lock of the loader.
+    static const auto systemsFork = reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"));
     forksLeft -= forksLeft > 0 ? 1 : 0;
     errno = EAGAIN;
-    return forksLeft == 0 ? -1 : reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"))();
+    return forksLeft == 0 ? -1 : systemsFork();
 }
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {

@@ -91,9 +91,11 @@ uint32_t QorOsGetComputerName(char* buffer, uint32_t* size) {
     }
     const uint32_t room = *size;
     const bool failed = gethostname(buffer, room) != 0;
-    const bool cut = !failed || errno == EINVAL || errno == ENAMETOOLONG;
+    // A system may call a cut name a success.
+    const bool cut =
+        failed ? errno == EINVAL || errno == ENAMETOOLONG : strnlen(buffer, room) == room;
     if (cut && room > 0) {
-        buffer[room - 1] = '\0'; // also where a system calls a cut name a success
+        buffer[room - 1] = '\0';
     }
     if (failed || room == 0) {
         return 0;
