@@ -174,14 +174,16 @@ protected:
     QorOsFiles() {
         root = temp.path();
         fs::permissions(root, fs::perms::all);
-        umask(0);
+        mask = umask(0);
     }
     ~QorOsFiles() override {
-        fs::current_path("/");
-        umask(022);
+        fs::current_path(before);
+        umask(mask);
     }
 
+    const fs::path before = fs::current_path();
     const support::TempDirectory temp;
+    mode_t mask = 0;
 };
 
 using QorOsCopy = QorOsFiles;
