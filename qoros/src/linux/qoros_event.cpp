@@ -5,7 +5,7 @@
 
 #include "qoros_internal.h"
 #include "qoros_namedsem.h"
-#include "qoros_sync.h"
+#include "qoros_record.h"
 
 static_assert(offsetof(QorOsEvent, type) == 0);
 static_assert(offsetof(QorOsEvent, local) == offsetof(QorOsEvent, semId));

@@ -6,7 +6,7 @@
 #include "internal/qorassert.h"
 #include "qoros_internal.h"
 #include "qoros_namedsem.h"
-#include "qoros_sync.h"
+#include "qoros_record.h"
 
 static_assert(offsetof(QorOsMutex, type) == 0);
 static_assert(offsetof(QorOsMutex, mutex) == offsetof(QorOsMutex, semId));
