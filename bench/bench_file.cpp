@@ -5,38 +5,33 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "qoros.h"
+#include "temp_directory.h"
 
 namespace {
 
 constexpr std::size_t fileSize = 256 * 1024 * 1024;
 
 // What all copies of the run share; gone with the program.
-struct Directory {
-    Directory() {
-        std::filesystem::create_directories(path);
+struct Files {
+    Files() {
         std::mt19937_64 random(1);
-        std::vector<std::uint64_t> words(fileSize / sizeof(std::uint64_t));
-        for (std::uint64_t& word : words) {
-            word = random();
+        std::string bytes(fileSize, '\0');
+        for (std::size_t at = 0; at < fileSize; at += sizeof(std::uint64_t)) {
+            const std::uint64_t word = random();
+            std::memcpy(&bytes[at], &word, sizeof word);
         }
-        std::ofstream(source, std::ios::binary)
-            .write(reinterpret_cast<const char*>(words.data()), fileSize);
-    }
-    ~Directory() {
-        std::filesystem::remove_all(path);
+        directory.write("source", bytes);
     }
 
-    const std::string path =
-        (std::filesystem::temp_directory_path() / "qormon3_bench_file").string();
-    const std::string source = path + "/source";
-    const std::string copy = path + "/copy";
+    const support::TempDirectory directory;
+    const std::string source = directory.path("source");
+    const std::string copy = directory.path("copy");
 };
 
 double seconds(const timeval& time) {
@@ -57,17 +52,17 @@ double processorSeconds() {
 // Each copy is a new file.
 template <class Copy>
 void measure(benchmark::State& state, Copy copy) {
-    static const Directory directory;
+    static const Files files;
     double processor = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        std::filesystem::remove(directory.copy);
+        std::filesystem::remove(files.copy);
         state.ResumeTiming();
         const double before = processorSeconds();
-        copy(directory);
+        copy(files);
         processor += processorSeconds() - before;
     }
-    if (std::filesystem::file_size(directory.copy) != fileSize) {
+    if (std::filesystem::file_size(files.copy) != fileSize) {
         state.SkipWithError("wrong result");
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(fileSize));
@@ -75,20 +70,18 @@ void measure(benchmark::State& state, Copy copy) {
 }
 
 void copyHere(benchmark::State& state) {
-    measure(state, [](const Directory& directory) {
-        QorOsCopyFile(directory.source.c_str(), directory.copy.c_str(), 1);
-    });
+    measure(state,
+            [](const Files& files) { QorOsCopyFile(files.source.c_str(), files.copy.c_str(), 1); });
 }
 
 void copyStandardLibrary(benchmark::State& state) {
-    measure(state, [](const Directory& directory) {
-        std::filesystem::copy_file(directory.source, directory.copy);
-    });
+    measure(state,
+            [](const Files& files) { std::filesystem::copy_file(files.source, files.copy); });
 }
 
 void copyCp(benchmark::State& state) {
-    measure(state, [](const Directory& directory) {
-        const std::string command = "cp -p " + directory.source + " " + directory.copy;
+    measure(state, [](const Files& files) {
+        const std::string command = "cp -p " + files.source + " " + files.copy;
         benchmark::DoNotOptimize(std::system(command.c_str()));
     });
 }
