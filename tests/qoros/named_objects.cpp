@@ -4,9 +4,6 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#if defined(__linux__)
-#include <sys/syscall.h>
-#endif
 
 #include <cstdarg>
 #include <fstream>
@@ -20,16 +17,6 @@ Function* systems(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Takes the next error of a list; 0 when it is empty.
-int next(std::vector<int>& errors) {
-    if (errors.empty()) {
-        return 0;
-    }
-    const int error = errors.front();
-    errors.erase(errors.begin());
-    return error;
-}
-
 // The system calls since the count began; null while nothing is counted.
 std::string* calls = nullptr;
 
@@ -37,6 +24,17 @@ void tally(const char* call) {
     if (calls != nullptr) {
         *calls += call;
     }
+}
+
+// Counts a call; true when it is to fail, with the cause in errno.
+bool refused(const char* call) {
+    tally(call);
+    if (seams::semErrors.empty()) {
+        return false;
+    }
+    errno = seams::semErrors.front();
+    seams::semErrors.erase(seams::semErrors.begin());
+    return errno != 0;
 }
 
 // All semaphores of the name space, as the system lists them.
@@ -53,20 +51,15 @@ std::string before;
 extern "C" {
 
 int semget(key_t key, int count, int flags) {
-    errno = next(seams::semgetErrors);
-    return errno != 0 ? -1 : systems<decltype(semget)>("semget")(key, count, flags);
+    return refused("semget ") ? -1 : systems<decltype(semget)>("semget")(key, count, flags);
 }
 
 int semop(int id, sembuf* operations, size_t count) {
-    tally("semop ");
-    errno = next(seams::semopErrors);
-    return errno != 0 ? -1 : systems<decltype(semop)>("semop")(id, operations, count);
+    return refused("semop ") ? -1 : systems<decltype(semop)>("semop")(id, operations, count);
 }
 
 int semctl(int id, int number, int command, ...) {
-    tally(command == GETVAL ? "GETVAL " : "semctl ");
-    errno = command == seams::semctlCommand ? seams::semctlError : 0;
-    if (errno != 0) {
+    if (refused(command == GETVAL ? "GETVAL " : "semctl ")) {
         return -1;
     }
     void* argument = nullptr;
@@ -79,66 +72,23 @@ int semctl(int id, int number, int command, ...) {
     return systems<decltype(semctl)>("semctl")(id, number, command, argument);
 }
 
+// Every message asks for it.
 pid_t getpid() {
     tally("getpid ");
     return systems<decltype(getpid)>("getpid")();
-}
-
-#if defined(__linux__)
-// Passes on as many arguments as there may be, whether they were given or not.
-__attribute__((no_sanitize("address"))) long syscall(long number, ...) {
-    tally(number == SYS_gettid ? "gettid " : "syscall ");
-    va_list arguments;
-    va_start(arguments, number);
-    long passed[6];
-    for (long& each : passed) {
-        each = va_arg(arguments, long);
-    }
-    va_end(arguments);
-    return systems<long(long, ...)>("syscall")(number, passed[0], passed[1], passed[2], passed[3],
-                                               passed[4], passed[5]);
-}
-#endif
-
-int pthread_mutexattr_init(pthread_mutexattr_t* attributes) {
-    return seams::attributeError != 0
-               ? seams::attributeError
-               : systems<decltype(pthread_mutexattr_init)>("pthread_mutexattr_init")(attributes);
-}
-
-int pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int kind) {
-    return seams::recursiveError != 0 ? seams::recursiveError
-                                      : systems<decltype(pthread_mutexattr_settype)>(
-                                            "pthread_mutexattr_settype")(attributes, kind);
-}
-
-int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
-    return seams::mutexError != 0
-               ? seams::mutexError
-               : systems<decltype(pthread_mutex_init)>("pthread_mutex_init")(mutex, attributes);
-}
-
-int pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t*) {
-    if (seams::condError == 0) { // the system's comes in two versions
-        *condition = PTHREAD_COND_INITIALIZER;
-    }
-    return seams::condError;
 }
 
 } // extern "C"
 
 void NamedObjects::SetUp() {
     OwnLog::SetUp();
-    pstLog =
-        nullptr; // the library makes its own, next to the one that keeps the block for the test
+    pstLog = nullptr; // the library makes its own, next to the one that keeps the block
     before = semaphores();
 }
 
 void NamedObjects::TearDown() {
-    seams::semgetErrors.clear();
-    seams::semopErrors.clear();
-    seams::semctlCommand = -1;
-    seams::attributeError = seams::recursiveError = seams::mutexError = seams::condError = 0;
+    EXPECT_TRUE(seams::semErrors.empty()) << "fewer calls than expected";
+    seams::semErrors.clear();
     EXPECT_EQ(pstLog.load(), nullptr);
     EXPECT_EQ(pstShm.load(), nullptr);
     EXPECT_EQ(semaphores(), before);
@@ -171,6 +121,14 @@ std::string NamedObjects::quietCalls(const std::function<void()>& body) {
     return counted;
 }
 
+std::string told(const std::string& message) {
+    return message + " (" + pidTid() + "\n";
+}
+
+std::string told(const std::string& message, int error) {
+    return message + " " + errorText(error) + " " + pidTid() + "\n";
+}
+
 int semaphore(uint32_t key) {
     return semget(static_cast<key_t>(key), 0, 0);
 }
@@ -181,16 +139,6 @@ pid_t startProcess(const std::function<void()>& body) {
         pstShm = nullptr;
         body();
     });
-}
-
-void inProcesses(int count, const std::function<void(int)>& body) {
-    std::vector<pid_t> processes;
-    for (int i = 0; i < count; ++i) {
-        processes.push_back(startProcess([&] { body(i); }));
-    }
-    for (const pid_t process : processes) {
-        EXPECT_EQ(waitForChild(process), 0);
-    }
 }
 
 void inThreads(int count, const std::function<void(int)>& body) {

@@ -1,27 +1,15 @@
-// What the tests of mutexes and events share: calls of the system that they replace and count, and
-// a look at the shared control block from outside.
+// What the tests of mutexes and events share: System V calls that they break and count, and a look
+// at the shared control block from outside.
 #pragma once
 
-#include <memory>
 #include <vector>
 
 #include "own_log.h"
 
 namespace seams {
 
-// Errors with which the next calls of semget and semop fail, in this order; then they work.
-inline std::vector<int> semgetErrors;
-inline std::vector<int> semopErrors;
-
-// A command of semctl that fails, and its error.
-inline int semctlCommand = -1;
-inline int semctlError = 0;
-
-// Errors with which the functions of POSIX threads that make an object fail; with 0 they work.
-inline int attributeError = 0;
-inline int recursiveError = 0;
-inline int mutexError = 0;
-inline int condError = 0;
+// Errors of the next calls of semget, semop and semctl, in this order; with 0 a call works.
+inline std::vector<int> semErrors;
 
 } // namespace seams
 
@@ -40,14 +28,15 @@ protected:
     std::string quietCalls(const std::function<void()>& body);
 };
 
+// A message that ends with the numbers of the process and the thread, and one with an error before.
+std::string told(const std::string& message);
+std::string told(const std::string& message, int error);
+
 // The semaphore of a key; -1 where there is none.
 int semaphore(uint32_t key);
 
 // As startChild, but without what the library holds in the test.
 pid_t startProcess(const std::function<void()>& body);
-
-// Runs a function in each of several processes at the same time and waits for their ends.
-void inProcesses(int count, const std::function<void(int)>& body);
 
 // Runs a function in each of several threads and waits for their ends.
 void inThreads(int count, const std::function<void(int)>& body);
