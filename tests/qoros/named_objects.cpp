@@ -62,13 +62,10 @@ int semctl(int id, int number, int command, ...) {
     if (refused(command == GETVAL ? "GETVAL " : "semctl ")) {
         return -1;
     }
-    void* argument = nullptr;
-    if (command != GETVAL && command != IPC_RMID) {
-        va_list arguments;
-        va_start(arguments, command);
-        argument = va_arg(arguments, void*);
-        va_end(arguments);
-    }
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*); // passed on, given or not
+    va_end(arguments);
     return systems<decltype(semctl)>("semctl")(id, number, command, argument);
 }
 

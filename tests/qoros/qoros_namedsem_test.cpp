@@ -107,11 +107,10 @@ TEST_F(NamedSemaphores, AreNotCountedBeyondTheTable) {
 // A block as it is new is no table yet, and opening makes none.
 TEST_F(NamedSemaphores, AreNotCountedInATableThatNobodyMade) {
     const int id = semget(static_cast<key_t>(key), 1, IPC_CREAT | 0666);
+    QorOsvResLogLevel(log, QOR_LOG_TRACE);
     QorOsMutex* mutex = nullptr;
-    expectMessages(text("ERROR QorOsOpenM(%d): shared mem not installed or runs over\n", id), [&] {
-        QorOsvResLogLevel(log, QOR_LOG_TRACE);
-        EXPECT_EQ(QorOsMutexOpen(&mutex, key), 1u);
-    });
+    expectMessages(text("ERROR QorOsOpenM(%d): shared mem not installed or runs over\n", id),
+                   [&] { EXPECT_EQ(QorOsMutexOpen(&mutex, key), 1u); });
     EXPECT_EQ(pstShm.load()->GlobSemCnt, 1u);
     EXPECT_EQ(QorOsMutexClose(mutex), 1u);
     uint32_t none = 0;
