@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 #include <thread>
 
 namespace {
@@ -146,6 +147,10 @@ void inThreads(int count, const std::function<void(int)>& body) {
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+uint32_t sum(std::initializer_list<uint32_t> results) {
+    return std::accumulate(results.begin(), results.end(), 0u);
 }
 
 QorOsMutex* createMutex(uint32_t key) {

@@ -41,5 +41,8 @@ pid_t startProcess(const std::function<void()>& body);
 // Runs a function in each of several threads and waits for their ends.
 void inThreads(int count, const std::function<void(int)>& body);
 
+// The sum of results of calls, which are made in this order.
+uint32_t sum(std::initializer_list<uint32_t> results);
+
 QorOsMutex* createMutex(uint32_t key);
 QorOsEvent* createEvent(uint32_t key);
