@@ -94,15 +94,15 @@ TEST_F(LocalObjects, RefuseNullAndUnknownKinds) {
                        [&] { EXPECT_EQ(refused(nullptr), 0u); });
     };
     uint32_t result = 7;
+    const auto waitM = [&](QorOsMutex* none) { return QorOsMutexWait(none, 5, &result); };
+    const auto waitE = [&](QorOsEvent* none) { return QorOsEventWait(none, 5, &result); };
     check("QorOsMutexClose", "aMutex", QorOsMutexClose);
     check("QorOsMutexRelease", "aMutex", QorOsMutexRelease);
-    check("QorOsMutexWait", "aMutex",
-          [&](QorOsMutex* none) { return QorOsMutexWait(none, 5, &result); });
+    check("QorOsMutexWait", "aMutex", waitM);
     check("QorOsEventClose", "aEvent", QorOsEventClose);
     check("QorOsEventSet", "aEvent", QorOsEventSet);
     check("QorOsEventReset", "aEvent", QorOsEventReset);
-    check("QorOsEventWait", "aEvent",
-          [&](QorOsEvent* none) { return QorOsEventWait(none, 5, &result); });
+    check("QorOsEventWait", "aEvent", waitE);
     EXPECT_EQ(result, QOR_WAIT_ERROR);
     QorOsMutex mutex{2, {}};
     QorOsMutex* none = &mutex;
