@@ -2,6 +2,7 @@
 // at the shared control block from outside.
 #pragma once
 
+#include <numeric>
 #include <vector>
 
 #include "own_log.h"
@@ -29,11 +30,12 @@ protected:
 };
 
 // A message that ends with the numbers of the process and the thread, and one with an error before.
-std::string told(const std::string& message);
-std::string told(const std::string& message, int error);
-
-// The semaphore of a key; -1 where there is none.
-int semaphore(uint32_t key);
+inline std::string told(const std::string& message) {
+    return message + " (" + pidTid() + "\n";
+}
+inline std::string told(const std::string& message, int error) {
+    return message + " " + errorText(error) + " " + pidTid() + "\n";
+}
 
 // As startChild, but without what the library holds in the test.
 pid_t startProcess(const std::function<void()>& body);
@@ -41,8 +43,23 @@ pid_t startProcess(const std::function<void()>& body);
 // Runs a function in each of several threads and waits for their ends.
 void inThreads(int count, const std::function<void(int)>& body);
 
-// The sum of results of calls, which are made in this order.
-uint32_t sum(std::initializer_list<uint32_t> results);
+// The sum of the results of calls, which are made in this order.
+inline uint32_t sum(std::initializer_list<uint32_t> results) {
+    return std::accumulate(results.begin(), results.end(), 0u);
+}
 
-QorOsMutex* createMutex(uint32_t key);
-QorOsEvent* createEvent(uint32_t key);
+// The semaphore of a key; -1 where there is none.
+int semaphore(uint32_t key);
+
+template <class Object>
+Object* created(uint32_t (*create)(Object**, uint32_t), uint32_t key) {
+    Object* object = nullptr;
+    EXPECT_EQ(create(&object, key), 1u);
+    return object;
+}
+inline QorOsMutex* createMutex(uint32_t key) {
+    return created(QorOsMutexCreate, key);
+}
+inline QorOsEvent* createEvent(uint32_t key) {
+    return created(QorOsEventCreate, key);
+}

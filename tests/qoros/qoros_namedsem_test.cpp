@@ -104,19 +104,28 @@ TEST_F(NamedSemaphores, AreNotCountedBeyondTheTable) {
     pstShm = nullptr;
 }
 
-// A block as it is new is no table yet, and opening makes none.
+// Opening makes no table of a block as it is new.
 TEST_F(NamedSemaphores, AreNotCountedInATableThatNobodyMade) {
-    const int id = semget(static_cast<key_t>(key), 1, IPC_CREAT | 0666);
+    int id = semget(static_cast<key_t>(key), 1, IPC_CREAT | 0666);
     QorOsvResLogLevel(log, QOR_LOG_TRACE);
     QorOsMutex* mutex = nullptr;
     expectMessages(text("ERROR QorOsOpenM(%d): shared mem not installed or runs over\n", id),
                    [&] { EXPECT_EQ(QorOsMutexOpen(&mutex, key), 1u); });
     EXPECT_EQ(pstShm.load()->GlobSemCnt, 1u);
     EXPECT_EQ(QorOsMutexClose(mutex), 1u);
-    uint32_t none = 0;
     EXPECT_FALSE(QorOsCreate(nullptr, key, 1, cMutexKind) || QorOsOpen(nullptr, key, cMutexKind) ||
-                 QorOsOpen(&none, 0, cMutexKind) || fIncNamedSemCnt(1));
+                 fIncNamedSemCnt(1));
     EXPECT_TRUE(QorOsClose(0xFFFFFFFF, cMutexKind));
+
+    seams::attachError = EMFILE; // without a log object there is no semaphore
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(QorOsMutexCreate(&mutex, key), 0u);
+    EXPECT_EQ(errno, EMFILE);
+    id = semget(static_cast<key_t>(key), 1, IPC_CREAT | IPC_EXCL | 0666);
+    EXPECT_EQ(QorOsMutexOpen(&mutex, key), 0u);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              text("FATAL QorOsOpenM(%d): pstLog is not created (%s", id, pidTid().c_str()));
+    EXPECT_EQ(semctl(id, 0, IPC_RMID), 0);
 }
 
 TEST_F(NamedSemaphores, OutliveAProcessThatIsKilled) {
@@ -233,19 +242,6 @@ TEST_F(NamedSemaphores, TellWhyTheyFail) {
     EXPECT_EQ(semaphore(key + 1), -1);
     expectBlock("2 1 0 1");
     EXPECT_TRUE(QorOsClose(id, cMutexKind));
-}
-
-TEST_F(NamedSemaphores, NeedTheLogObject) {
-    seams::attachError = EMFILE;
-    QorOsMutex* mutex = nullptr;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(QorOsMutexCreate(&mutex, key), 0u);
-    EXPECT_EQ(errno, EMFILE);
-    const int id = semget(static_cast<key_t>(key), 1, IPC_CREAT | IPC_EXCL | 0666);
-    EXPECT_EQ(QorOsMutexOpen(&mutex, key), 0u);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              text("FATAL QorOsOpenM(%d): pstLog is not created (%s", id, pidTid().c_str()));
-    EXPECT_EQ(semctl(id, 0, IPC_RMID), 0);
 }
 
 TEST_F(NamedSemaphores, GiveUpAfterASignalOnceTheProgramShutsDown) {

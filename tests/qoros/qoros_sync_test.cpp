@@ -11,11 +11,6 @@ protected:
         NamedObjects::SetUp();
         pstLog = log;
     }
-
-    void TearDown() override {
-        pstLog = nullptr;
-        NamedObjects::TearDown();
-    }
 };
 using LocalObjectsDeathTest = LocalObjects;
 
@@ -89,29 +84,31 @@ TEST_F(LocalObjects, MutexTellsOfErrorsAndWaitsForItsOwnerAtTheEnd) {
 #endif
 
 TEST_F(LocalObjects, RefuseNullAndUnknownKinds) {
-    const auto check = [](const char* function, const char* parameter, const auto& refused) {
-        expectMessages(told("ERROR " + call(function, nullptr) + " " + parameter + " is NULL"),
-                       [&] { EXPECT_EQ(refused(nullptr), 0u); });
-    };
-    uint32_t result = 7;
-    const auto waitM = [&](QorOsMutex* none) { return QorOsMutexWait(none, 5, &result); };
-    const auto waitE = [&](QorOsEvent* none) { return QorOsEventWait(none, 5, &result); };
-    check("QorOsMutexClose", "aMutex", QorOsMutexClose);
-    check("QorOsMutexRelease", "aMutex", QorOsMutexRelease);
-    check("QorOsMutexWait", "aMutex", waitM);
-    check("QorOsEventClose", "aEvent", QorOsEventClose);
-    check("QorOsEventSet", "aEvent", QorOsEventSet);
-    check("QorOsEventReset", "aEvent", QorOsEventReset);
-    check("QorOsEventWait", "aEvent", waitE);
-    EXPECT_EQ(result, QOR_WAIT_ERROR);
+    uint32_t results[] = {7, 7};
+    std::string lines;
+    for (const char* const name : {"MutexClose", "MutexRelease", "MutexWait", "EventClose",
+                                   "EventSet", "EventReset", "EventWait"}) {
+        const std::string function = std::string("QorOs") + name;
+        lines += told("ERROR " + call(function.c_str(), nullptr) + " a" +
+                      std::string(name, strlen("Mutex")) + " is NULL");
+    }
+    expectMessages(lines, [&] {
+        EXPECT_EQ(sum({QorOsMutexClose(nullptr), QorOsMutexRelease(nullptr),
+                       QorOsMutexWait(nullptr, 5, &results[0]), QorOsEventClose(nullptr),
+                       QorOsEventSet(nullptr), QorOsEventReset(nullptr),
+                       QorOsEventWait(nullptr, 5, &results[1])}),
+                  0u);
+    });
+    EXPECT_EQ(results[0] + results[1], QOR_WAIT_ERROR);
     QorOsMutex mutex{2, {}};
     QorOsMutex* none = &mutex;
     QorOsEvent event{2, {}};
-    EXPECT_EQ(QorOsMutexCreate(nullptr, 0) + QorOsMutexOpen(nullptr, 1) + QorOsMutexOpen(&none, 0) +
-                  QorOsEventCreate(nullptr, 0) + QorOsEventOpen(nullptr, 1) +
-                  QorOsMutexRelease(&mutex) + QorOsEventSet(&event) + QorOsEventReset(&event) +
-                  QorOsEventWait(&event, 0, nullptr) + QorOsEventClose(&event),
-              0u);
+    EXPECT_EQ(
+        sum({QorOsMutexCreate(nullptr, 0), QorOsMutexOpen(nullptr, 1), QorOsMutexOpen(&none, 0),
+             QorOsEventCreate(nullptr, 0), QorOsEventOpen(nullptr, 1), QorOsMutexRelease(&mutex),
+             QorOsEventSet(&event), QorOsEventReset(&event), QorOsEventWait(&event, 0, nullptr),
+             QorOsEventClose(&event)}),
+        0u);
     EXPECT_EQ(none, nullptr);
 }
 
