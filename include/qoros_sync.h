@@ -15,9 +15,9 @@ QOR_BEGIN_C
 /**
  * @name Mutexes and events
  * Objects of one process, or named ones that all processes find by a 32-bit key. Key 0 makes a
- * local object of POSIX threads. Any other key is that of a System V semaphore: one set with one
- * semaphore and the mode 0666, shared by mutexes and events, and also the key of nothing else on
- * the machine.
+ * local object of POSIX threads. Any other key is that of a System V semaphore, a set of one with
+ * the mode 0666. Mutexes and events share the keys, and with them all programs of the machine:
+ * nothing else may have the key of a named object.
  *
  * The functions make and free the records; a closed record must not be used again. Time-outs are in
  * milliseconds. Time-outs other than 0 and QOR_INFINITE are for local events alone: elsewhere they
@@ -109,14 +109,14 @@ QOR_API uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key);
  *        process: with exit(1) for a local and exit(0) for a named mutex.
  * @param result receives QOR_WAIT_DONE, QOR_WAIT_TIMEOUT or QOR_WAIT_ERROR; may be null
  * @return 1 when the mutex was taken, otherwise 0; but for a named mutex with time-out 0 always 1,
- *         and `result` alone tells. A wait for a named one fails with EINTR where a signal
- * interrupts it after QorOsSetShutdown, and otherwise goes on 50 ms after a signal. Null gives 0.
+ *         and `result` alone tells. A wait for a named one that a signal interrupts goes on after
+ *         50 ms, but once QorOsSetShutdown was called fails with EINTR. Null gives 0.
  */
 QOR_API uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result);
 
 /**
  * Releases a mutex; a named one that is free stays as it is, with success.
- * @return 1; 0 for null and where the system refuses it. For a local mutex errno stays as it is.
+ * @return 1; 0 for null and where the system refuses it, with the cause in errno.
  */
 QOR_API uint32_t QorOsMutexRelease(QorOsMutex* mutex);
 
@@ -146,8 +146,8 @@ QOR_API uint32_t QorOsEventOpen(QorOsEvent** event, uint32_t key);
 /**
  * Signals an event. All who wait for a local one pass, or else the next who comes. For a named one
  * a single wait passes, now or later; what was signalled before and not taken is forgotten.
- * @return 1, for a named event also where the system refuses it, which is written to standard
- * error; 0 for null
+ * @return 1, for a named event also where the system refuses it, which standard error tells; 0 for
+ *         null and where the system refuses it for a local event
  */
 QOR_API uint32_t QorOsEventSet(QorOsEvent* event);
 
@@ -166,14 +166,14 @@ QOR_API uint32_t QorOsEventReset(QorOsEvent* event);
  *        QOR_INFINITE the call says so on standard output and ends the process with exit(0).
  * @param result as for QorOsMutexWait
  * @return 1 when signalled, otherwise 0; but for a named event with time-out 0 always 1, and
- * `result` alone tells. Signals are treated as by QorOsMutexWait. Null gives 0.
+ *         `result` alone tells. Signals are treated as by QorOsMutexWait. Null gives 0.
  */
 QOR_API uint32_t QorOsEventWait(QorOsEvent* event, uint32_t timeout, uint32_t* result);
 
 /**
  * Closes an event and frees the record whatever the result.
  * @return 1; 0 for null, where the system refuses it, and where a named one's semaphore could not
- * be removed, and then its handle stays in the counts
+ *         be removed, and then its handle stays in the counts
  */
 QOR_API uint32_t QorOsEventClose(QorOsEvent* event);
 
