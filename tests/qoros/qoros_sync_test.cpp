@@ -197,4 +197,33 @@ TEST_F(LocalObjects, EventWakesAllWhoWait) {
     QorOsEventClose(event);
 }
 
+// Eight threads count under one mutex, and two take turns by events.
+TEST_F(LocalObjects, KeepThreadsApart) {
+    pstLog = nullptr;
+    constexpr int rounds = 12500;
+    QorOsMutex* const mutex = createMutex(0);
+    int count = 0;
+    inThreads(8, [&](int) {
+        for (int i = 0; i < rounds; ++i) {
+            QorOsMutexWait(mutex, QOR_INFINITE, nullptr);
+            ++count;
+            QorOsMutexRelease(mutex);
+        }
+    });
+    EXPECT_EQ(count, 8 * rounds);
+    QorOsMutexClose(mutex);
+
+    QorOsEvent* const turns[] = {createEvent(0), createEvent(0)};
+    QorOsEventSet(turns[0]);
+    inThreads(2, [&](int own) {
+        for (int i = 0; i < rounds; ++i) {
+            QorOsEventWait(turns[own], QOR_INFINITE, nullptr);
+            EXPECT_EQ(++count % 2, 1 - own);
+            QorOsEventSet(turns[1 - own]);
+        }
+    });
+    QorOsEventClose(turns[0]);
+    QorOsEventClose(turns[1]);
+}
+
 } // namespace
