@@ -29,6 +29,24 @@ bool find(const Rest& message, unsigned short id, unsigned int occurrence, Entry
            mif32wire::findEntry<leastBytes>(message, id, occurrence, entry);
 }
 
+// Reads an address in one of the class's ways; without the entry it becomes what the class makes
+// it.
+int readAddress(const Rest& message, unsigned short id, unsigned int occurrence, QorIpAddr* out,
+                void (QorIpAddr::*makeEmpty)(),
+                bool (QorIpAddr::*take)(const unsigned char*, unsigned int)) {
+    if (!canBeSearched(message, occurrence)) {
+        return 0;
+    }
+    QorIpAddr ignored;
+    QorIpAddr& address = out == nullptr ? ignored : *out;
+    Entry entry;
+    if (!find<moreThanHeader>(message, id, occurrence, entry)) {
+        (address.*makeEmpty)();
+        return 0;
+    }
+    return (address.*take)(entry.value, static_cast<unsigned int>(entry.valueLength));
+}
+
 // ---- Ranges ----
 
 struct Range {
@@ -168,32 +186,14 @@ int qormifGetBinDataPtr(const unsigned char* message, unsigned int length, unsig
 
 int qormifGetIpAddrV4(const unsigned char* message, unsigned int length, unsigned short id,
                       QorIpAddr* out, unsigned int occurrence) {
-    if (!canBeSearched({message, length}, occurrence)) {
-        return 0;
-    }
-    QorIpAddr ignored;
-    QorIpAddr& address = out == nullptr ? ignored : *out;
-    Entry entry;
-    if (!find<moreThanHeader>({message, length}, id, occurrence, entry)) {
-        address.SetAnyHostV4();
-        return 0;
-    }
-    return address.SetIpAddrFromMifV4(entry.value, static_cast<unsigned int>(entry.valueLength));
+    return readAddress({message, length}, id, occurrence, out, &QorIpAddr::SetAnyHostV4,
+                       &QorIpAddr::SetIpAddrFromMifV4);
 }
 
 int qormifGetIpAddr(const unsigned char* message, unsigned int length, unsigned short id,
                     QorIpAddr* out, unsigned int occurrence) {
-    if (!canBeSearched({message, length}, occurrence)) {
-        return 0;
-    }
-    QorIpAddr ignored;
-    QorIpAddr& address = out == nullptr ? ignored : *out;
-    Entry entry;
-    if (!find<moreThanHeader>({message, length}, id, occurrence, entry)) {
-        address.Clear();
-        return 0;
-    }
-    return address.SetIpAddrFromMif(entry.value, static_cast<unsigned int>(entry.valueLength));
+    return readAddress({message, length}, id, occurrence, out, &QorIpAddr::Clear,
+                       &QorIpAddr::SetIpAddrFromMif);
 }
 
 int qormifUpdInt(unsigned char* message, unsigned int length, unsigned short id, unsigned int value,
