@@ -127,11 +127,6 @@ void printJson(const ControlBlock& block, const std::vector<SlotView>& slots) {
     std::printf("]}\n");
 }
 
-int refuseBlock(const ControlBlock& block) {
-    std::fprintf(stderr, "qormon ipc: %s\n", block.error().c_str());
-    return exitNegative;
-}
-
 int show(const Words& words) {
     const Arguments arguments(words, {{"--json", nullptr}}, 0);
     if (!arguments.error().empty()) {
@@ -139,7 +134,7 @@ int show(const Words& words) {
     }
     const ControlBlock block(ControlBlock::Access::Read);
     if (!block.error().empty()) {
-        return refuseBlock(block);
+        return tellWhyNot("ipc", block);
     }
     arguments.has("--json") ? printJson(block, slotsOf(block)) : printTable(block, slotsOf(block));
     return exitSuccess;
@@ -192,7 +187,7 @@ int clean(const Words& words) {
     const bool yes = arguments.has("--yes");
     ControlBlock block(ControlBlock::Access::Write);
     if (!block.error().empty()) {
-        return refuseBlock(block);
+        return tellWhyNot("ipc", block);
     }
     const std::vector<SlotView> slots = slotsOf(block);
     if (block.others() > 0 && std::none_of(slots.begin(), slots.end(), isLeftover)) {

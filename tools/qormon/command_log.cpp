@@ -69,11 +69,6 @@ void show(uint32_t mask, bool json) {
     std::printf("%-14s  %s\n", "levels", mask == 0 ? "none" : namesIn(mask, "", " ").c_str());
 }
 
-int refuseBlock(const ControlBlock& block) {
-    std::fprintf(stderr, "qormon log: %s\n", block.error().c_str());
-    return exitNegative;
-}
-
 int showMask(const Words& words) {
     const Arguments arguments(words, {{"--json", nullptr}}, 0);
     if (!arguments.error().empty()) {
@@ -81,7 +76,7 @@ int showMask(const Words& words) {
     }
     const ControlBlock block(ControlBlock::Access::Read);
     if (!block.error().empty()) {
-        return refuseBlock(block);
+        return tellWhyNot("log", block);
     }
     show(block.load(&QorOsShmCtl::Log), arguments.has("--json"));
     return exitSuccess;
@@ -100,7 +95,7 @@ int changeMask(const Words& names, void (ControlBlock::*change)(uint32_t)) {
     }
     ControlBlock block(ControlBlock::Access::Write);
     if (!block.error().empty()) {
-        return refuseBlock(block);
+        return tellWhyNot("log", block);
     }
     (block.*change)(bits);
     show(block.load(&QorOsShmCtl::Log), false);

@@ -1,10 +1,12 @@
 #include "control_block.h"
+#include "commands.h"
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 
 #include <system_error>
 
@@ -84,6 +86,11 @@ void ControlBlock::freeSlot(int index, uint32_t semId) {
 
 bool ControlBlock::remove() const {
     return shmctl(segment_, IPC_RMID, nullptr) == 0;
+}
+
+int tellWhyNot(const char* command, const ControlBlock& block) {
+    std::fprintf(stderr, "qormon %s: %s\n", command, block.error().c_str());
+    return exitNegative;
 }
 
 } // namespace qormon

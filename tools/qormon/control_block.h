@@ -53,4 +53,7 @@ private:
     std::string error_;
 };
 
+// Says for a command why there is no block, and gives its exit code.
+int tellWhyNot(const char* command, const ControlBlock& block);
+
 } // namespace qormon
