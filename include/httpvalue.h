@@ -74,8 +74,9 @@ QOR_BEGIN_C
  * the date. Numbers may have a sign and blanks in front of them, and none is checked for its range:
  * hour 25 is the second hour of the next day. A year below 70 counts from 2000, from 70 to 1900
  * from 1900, so that 1900 means 3800. What stands behind the date is not read.
- * @return seconds since 1970-01-01 00:00:00 UTC, negative before; -1 for any other text, and for
- *         null, which the second before 1970 can't be told from
+ * @return seconds since 1970-01-01 00:00:00 UTC, negative before, a day or more late for most dates
+ *         before 1969 and all from 2101 on; -1 for any other text, and for null, which the second
+ *         before 1970 can't be told from
  */
 QOR_API long StrToDate(const char* text);
 

@@ -20,9 +20,9 @@ namespace QOR {
 
 /**
  * The builder. It reaches and replaces the string through the caller's pointer, which has to live
- * as long, and never releases it but where memory is short. Between two calls the caller may
- * shorten the string, or take it away by setting the pointer to null: the next one then starts
- * afresh. A longer or a different string must not be put in its place.
+ * as long, and never releases it. Between two calls the caller may shorten the string, or take it
+ * away by setting the pointer to null: the next one then starts afresh. A longer or a different
+ * string must not be put in its place.
  */
 class QOR_API TFstring {
 public:
@@ -55,7 +55,8 @@ public:
      * Makes room for `extra` characters behind `length`, and a terminator: the capacity grows by
      * the smallest multiple of 10 bytes that suffices. A string that is made here is empty.
      * @return 1; 0 where memory is short or 32 bits do not hold the capacity, and the string is
-     *         then lost: it is released, `*target` null, `capacity` and `length` 0
+     *         then lost: `*target` is null, `capacity` and `length` are 0, and only a caller that
+     *         kept the old pointer can still release it
      */
     int checkAndResize(unsigned int extra);
 

@@ -187,8 +187,8 @@ bool isLeapYear(long year) {
 }
 
 // All fields have 32 bits, so that nothing overflows here. Kept: the count of leap days cuts
-// towards zero and knows no centuries, which makes dates before 1969 and from 2101 on a day late or
-// more.
+// towards zero and knows no centuries, which makes most dates before 1969 and all from 2101 on a
+// day late or more.
 long secondsSince1970(const Date& date) {
     const long years = yearsSince1900(date.year);
     long days = (years - 69) / 4 + 365 * years - 25550 + daysBeforeMonth[date.month] + date.day - 1;

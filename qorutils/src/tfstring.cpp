@@ -73,7 +73,7 @@ int TFstring::checkAndResize(unsigned int extra) {
     const std::uint64_t size = capacity + ((needed - capacity) / growthBytes + 1) * growthBytes;
     void* const resized = size <= UINT32_MAX ? realloc(*target, size) : nullptr;
     if (resized == nullptr) {
-        free(*target);
+        // Kept: the old string is lost, not released; the caller may hold a pointer of its own.
         *target = nullptr;
         capacity = length = 0;
         return 0;

@@ -183,8 +183,12 @@ TEST(TFstring, StartsAfreshWhereItLostItsString) {
     QOR::TFstring builder(&text, 1);
     // Length and extra wrap; their sum does not; the next capacity does.
     for (const unsigned int extra : {0xFFFFFFFEu, 0xFFFFFFFCu, 4294967287u}) {
-        EXPECT_EQ(builder.Add("abc") + builder.Add("x", extra), 1);
+        EXPECT_EQ(builder.Add("abc"), 1);
+        char* const lost = text;
+        EXPECT_EQ(builder.Add("x", extra), 0);
         EXPECT_EQ(stateOf(text, builder), "- 0/0");
+        EXPECT_STREQ(lost, "abc");
+        free(lost);
     }
     builder.Add("abc");
     text[1] = '\0'; // as callers may
