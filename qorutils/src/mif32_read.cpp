@@ -36,7 +36,11 @@ inline std::size_t offsetOf(const Mif32& mif, const unsigned char* place) {
 // Appends an entry, and behind it again the end marker that the message had. The room is made for
 // both before anything is written.
 void append(Mif32& mif, unsigned short id, const unsigned char* value, unsigned short len) {
-    const unsigned int size = mif32wire::headerBytes + len;
+    const bool isMarker = id == mif32wire::endMarkerId;
+    if (isMarker && len != 0) {
+        return; // what Add refuses needs no room
+    }
+    const unsigned int size = isMarker ? mif32wire::idBytes : mif32wire::headerBytes + len;
     const bool terminated = mif.DelEndKz();
     const unsigned int markerSize = terminated ? mif32wire::idBytes : 0;
     if (!growUnder(mif, size, value) || !growUnder(mif, size + markerSize, value)) {

@@ -32,14 +32,19 @@ constexpr std::size_t identifierSize = 2;
 constexpr unsigned int endMarker = 0xFFFF;
 constexpr std::size_t bytesPerLine = 16;
 
+// Bytes of the message where they lie.
+struct Value {
+    const unsigned char* bytes;
+    std::size_t size;
+};
+
 struct Entry {
     std::size_t offset;
     unsigned int identifier;
-    Bytes value;
+    Value value;
 };
 
 struct Message {
-    std::vector<Entry> entries;
     std::size_t end = 0; // offset behind the last entry
     bool endsWithMarker = false;
     bool damaged = false;
@@ -63,8 +68,10 @@ std::string readFile(const std::string& name, Bytes& bytes) {
     return bytes.size() > largestFile ? "too large for a message" : "";
 }
 
-// The library looks entries up by identifier: what is left of the message begins with the next.
-Message readMessage(Bytes& bytes) {
+// Hands out each entry as it is found. The library looks entries up by identifier: what is left of
+// the message begins with the next.
+template <typename Handle>
+Message walk(Bytes& bytes, Handle handle) {
     Message message;
     std::size_t& offset = message.end;
     while (!message.endsWithMarker && bytes.size() - offset >= identifierSize) {
@@ -77,7 +84,7 @@ Message readMessage(Bytes& bytes) {
                                 static_cast<unsigned short>(identifier), &value, &length, 1) == 0) {
             break;
         }
-        message.entries.push_back({offset, identifier, Bytes(value, value + length)});
+        handle(Entry{offset, identifier, {value, length}});
         offset = static_cast<std::size_t>(value - bytes.data()) + length;
     }
     message.damaged = !message.endsWithMarker && offset != bytes.size();
@@ -92,30 +99,30 @@ struct Reading {
     bool isNumber;
 };
 
-std::vector<Reading> readingsOf(const Bytes& value) {
+std::vector<Reading> readingsOf(const Value& value) {
     std::vector<Reading> readings;
     std::uint64_t number = 0;
-    if (value.size() == 4 || value.size() == 8) {
-        std::memcpy(&number, value.data(), value.size());
+    if (value.size == 4 || value.size == 8) {
+        std::memcpy(&number, value.bytes, value.size);
         readings.push_back({"number", std::to_string(number), true});
     }
     QorIpAddr address;
-    if (address.SetIpAddrFromMif(value.data(), static_cast<unsigned int>(value.size()))) {
+    if (address.SetIpAddrFromMif(value.bytes, static_cast<unsigned int>(value.size))) {
         readings.push_back({"address", address.GetStr(), false});
     }
-    const std::string text(value.begin(), value.end());
+    const std::string text(value.bytes, value.bytes + value.size);
     if (!text.empty() && printable(text) == text) {
         readings.push_back({"text", text, false});
     }
     return readings;
 }
 
-std::string hexadecimal(const Bytes& bytes, std::size_t start, std::size_t end,
+std::string hexadecimal(const Value& value, std::size_t start, std::size_t end,
                         const char* separator) {
     std::string text;
     for (std::size_t i = start; i < end; ++i) {
         char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
+        std::snprintf(digits, sizeof digits, "%02x", value.bytes[i]);
         text += i == start ? "" : separator;
         text += digits;
     }
@@ -124,57 +131,60 @@ std::string hexadecimal(const Bytes& bytes, std::size_t start, std::size_t end,
 
 // ---- For a person ----
 
-void printDump(const Bytes& value) {
-    for (std::size_t start = 0; start < value.size(); start += bytesPerLine) {
-        const std::size_t end = std::min(start + bytesPerLine, value.size());
+void printDump(const Value& value) {
+    for (std::size_t start = 0; start < value.size; start += bytesPerLine) {
+        const std::size_t end = std::min(start + bytesPerLine, value.size);
         std::string characters;
         for (std::size_t i = start; i < end; ++i) {
-            const bool isPlain = value[i] >= ' ' && value[i] <= '~';
-            characters += isPlain ? static_cast<char>(value[i]) : '.';
+            const bool isPlain = value.bytes[i] >= ' ' && value.bytes[i] <= '~';
+            characters += isPlain ? static_cast<char>(value.bytes[i]) : '.';
         }
         std::printf("          %-47s  %s\n", hexadecimal(value, start, end, " ").c_str(),
                     characters.c_str());
     }
 }
 
-void printList(const Message& message, std::size_t size) {
-    std::printf("%8s  %10s  %6s  value\n", "offset", "identifier", "length");
-    for (const Entry& entry : message.entries) {
-        std::printf("%8zu  %10u  %6zu", entry.offset, entry.identifier, entry.value.size());
-        const char* separator = "  ";
-        for (const Reading& reading : readingsOf(entry.value)) {
-            const char* const quote = std::strcmp(reading.key, "text") == 0 ? "\"" : "";
-            std::printf("%s%s%s%s", separator, quote, reading.text.c_str(), quote);
-            separator = ", ";
-        }
-        std::printf("\n");
-        printDump(entry.value);
+void printEntry(const Entry& entry) {
+    std::printf("%8zu  %10u  %6zu", entry.offset, entry.identifier, entry.value.size);
+    const char* separator = "  ";
+    for (const Reading& reading : readingsOf(entry.value)) {
+        const char* const quote = std::strcmp(reading.key, "text") == 0 ? "\"" : "";
+        std::printf("%s%s%s%s", separator, quote, reading.text.c_str(), quote);
+        separator = ", ";
     }
+    std::printf("\n");
+    printDump(entry.value);
+}
+
+Message printList(Bytes& bytes) {
+    std::printf("%8s  %10s  %6s  value\n", "offset", "identifier", "length");
+    const Message message = walk(bytes, printEntry);
     if (message.endsWithMarker) {
         std::printf("%8zu  end marker, bytes behind it: %zu\n", message.end,
-                    size - message.end - identifierSize);
+                    bytes.size() - message.end - identifierSize);
     }
+    return message;
 }
 
 // ---- For a program ----
 
-void printJson(const Message& message, std::size_t size) {
-    std::printf("{\"entries\": [");
-    const char* separator = "";
-    for (const Entry& entry : message.entries) {
-        std::printf("%s{\"offset\": %zu, \"identifier\": %u, \"length\": %zu", separator,
-                    entry.offset, entry.identifier, entry.value.size());
-        for (const Reading& reading : readingsOf(entry.value)) {
-            const std::string value = reading.isNumber ? reading.text : jsonString(reading.text);
-            std::printf(", \"%s\": %s", reading.key, value.c_str());
-        }
-        std::printf(", \"hex\": \"%s\"}",
-                    hexadecimal(entry.value, 0, entry.value.size(), "").c_str());
-        separator = ", ";
+void printJsonEntry(const Entry& entry) {
+    std::printf("%s{\"offset\": %zu, \"identifier\": %u, \"length\": %zu",
+                entry.offset == 0 ? "" : ", ", entry.offset, entry.identifier, entry.value.size);
+    for (const Reading& reading : readingsOf(entry.value)) {
+        const std::string value = reading.isNumber ? reading.text : jsonString(reading.text);
+        std::printf(", \"%s\": %s", reading.key, value.c_str());
     }
+    std::printf(", \"hex\": \"%s\"}", hexadecimal(entry.value, 0, entry.value.size, "").c_str());
+}
+
+Message printJson(Bytes& bytes) {
+    std::printf("{\"entries\": [");
+    const Message message = walk(bytes, printJsonEntry);
     std::printf("], \"end\": %zu, \"size\": %zu, \"endMarker\": %s, \"damaged\": %s}\n",
-                message.end, size, message.endsWithMarker ? "true" : "false",
+                message.end, bytes.size(), message.endsWithMarker ? "true" : "false",
                 message.damaged ? "true" : "false");
+    return message;
 }
 
 int complain(const std::string& about, const std::string& what) {
@@ -188,8 +198,7 @@ int show(const std::string& file, bool asJson) {
     if (!error.empty()) {
         return complain(file, error);
     }
-    const Message message = readMessage(bytes);
-    asJson ? printJson(message, bytes.size()) : printList(message, bytes.size());
+    const Message message = asJson ? printJson(bytes) : printList(bytes);
     if (!message.damaged) {
         return exitSuccess;
     }

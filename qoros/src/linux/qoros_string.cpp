@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -126,7 +127,8 @@ int sprintf_qor(char* dest, size_t size, const char* format, ...) {
     }
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(dest, size, format, arguments);
+    // Some systems refuse a size beyond what the result can say.
+    const int length = vsnprintf(dest, std::min<size_t>(size, INT_MAX), format, arguments);
     va_end(arguments);
     dest[size - 1] = '\0';
     return length < 0 ? static_cast<int>(strlen(dest)) : length;
