@@ -1,0 +1,101 @@
+#include "configfile_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include <algorithm>
+
+#include "filecalls.h"
+
+namespace configio {
+
+namespace {
+
+// No system call is asked for more bytes than this: some refuse sizes that do not fit an int.
+constexpr std::size_t transferSize = std::size_t{1} << 30;
+
+// For both ways: neither a pipe without its other end nor a terminal is waited for, and a terminal
+// does not become the process's own.
+constexpr int openFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+// -1 for what is neither a regular file nor a character device.
+off_t sizeOf(int fd) {
+    struct stat status;
+    if (fstat(fd, &status) != 0) {
+        return -1;
+    }
+    if (S_ISCHR(status.st_mode)) {
+        return 0;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return -1;
+    }
+    const off_t size = lseek(fd, 0, SEEK_END);
+    return size >= 0 && lseek(fd, 0, SEEK_SET) == 0 ? size : -1;
+}
+
+bool writeAll(int fd, const char* bytes, std::size_t size) {
+    while (size > 0) {
+        const ssize_t put = filecalls::writeBytes(fd, bytes, std::min(size, transferSize));
+        if (put == 0 || (put < 0 && errno != EINTR)) {
+            return false;
+        }
+        const std::size_t done = put < 0 ? 0 : static_cast<std::size_t>(put);
+        bytes += done;
+        size -= done;
+    }
+    return true;
+}
+
+} // namespace
+
+int openToRead(const char* path, off_t* size) {
+    const int fd = filecalls::openFile(path, O_RDONLY | openFlags);
+    if (fd < 0) {
+        return -1;
+    }
+    *size = sizeOf(fd);
+    if (*size < 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+ssize_t readAll(int fd, void* buffer, std::size_t size) {
+    char* const bytes = static_cast<char*>(buffer);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t got =
+            filecalls::readBytes(fd, bytes + done, std::min(size - done, transferSize));
+        if (got == 0) {
+            break;
+        }
+        if (got < 0 && errno != EINTR) {
+            return -1;
+        }
+        done += got < 0 ? 0 : static_cast<std::size_t>(got);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+Written writeFile(const char* path, const void* bytes, std::size_t size) {
+    const int fd = filecalls::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | openFlags);
+    if (fd < 0) {
+        return Written::notOpened;
+    }
+    const bool whole = writeAll(fd, static_cast<const char*>(bytes), size);
+    close(fd);
+    return whole ? Written::whole : Written::partly;
+}
+
+GroupUmask::GroupUmask() : oldMask(umask(2)) {}
+
+GroupUmask::~GroupUmask() {
+    umask(oldMask);
+}
+
+} // namespace configio
