@@ -1,6 +1,7 @@
 // Configuration texts. The input is a byte of options, a group, a name, a value, and the text, each
 // but the last ended by a zero byte. Everything that reads and edits runs over the text, and what
-// must hold whatever it says is checked. With option bytes from 4 to 7 it also goes through a file.
+// must hold whatever it says is checked. Values are also read as words and as enciphered ones. With
+// option bytes from 4 to 7 it also goes through a file.
 #include <unistd.h>
 
 #include <cctype>
@@ -85,6 +86,51 @@ bool read(const ConfigFile& config, const Question& question, std::string* value
     config.ExistNStr(group, name, question.value.c_str(), 3);
     *value = text;
     return found;
+}
+
+signed char encrypt(unsigned char* plain, unsigned long plainLen, unsigned char* out,
+                    unsigned long outSize, unsigned int* outLen, void*) {
+    *outLen = static_cast<unsigned int>(plainLen < outSize ? plainLen : outSize);
+    std::memcpy(out, plain, *outLen);
+    return 1;
+}
+
+// Without a terminator.
+signed char decrypt(unsigned char* cipher, unsigned long cipherLen, char* out,
+                    unsigned long outSize, void*) {
+    CHECK(cipherLen <= outSize);
+    std::memcpy(out, cipher, cipherLen);
+    return 1;
+}
+
+// Values that are words or enciphered; where a value is written into a line of its own, it is read
+// back.
+void convert(const Question& question, const std::string& text) {
+    const char* const group = question.group.c_str();
+    const char* const name = question.name.c_str();
+    const CONFIGBITMASK words[] = {{1, "a"}, {6, question.value.c_str()}, {8, "b"}, {0, ""}};
+    ConfigFile config;
+    open(config, question, text);
+    config.SetValueEncryptFunc(encrypt);
+    config.SetValueDecryptFunc(decrypt);
+    std::vector<char> out(512);
+    signed char wasEncrypted = 7;
+    unsigned int mask = 0;
+    const bool found = config.ReadStr(group, name, out.data(), 512) != 0;
+    CHECK(config.ReadStrCrypt(group, name, out.data(), 512, &wasEncrypted, nullptr) ==
+          (found ? 1 : 0));
+    CHECK(wasEncrypted == 0 || (found && wasEncrypted == 1));
+    CHECK(config.ReadBitMaskDef(group, name, words, &mask, 16) == 0 || found);
+    CHECK((mask & 16) == 16 && mask < 32);
+    std::vector<char> shown(8);
+    ConfigFile::BitMask2Text(mask, words, shown.data(), 8);
+    CHECK(std::strlen(shown.data()) < 8);
+    config.WriteBitMask(group, name, words, mask);
+    open(config, question, "[g]\nk=\n");
+    CHECK(config.WriteStrCrypt("g", "k", question.value.c_str(), nullptr) == 1);
+    const bool fits = question.value.size() <= 252;
+    CHECK((config.ReadStrCrypt("g", "k", out.data(), 512, &wasEncrypted, nullptr) == 1) == fits);
+    CHECK(!fits || question.value == out.data());
 }
 
 // As many lines, into buffers that are far too small.
@@ -193,6 +239,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     walk(config, question.group);
     remove(question, input.rest());
     write(question, input.rest());
+    convert(question, input.rest());
     if (data[0] >> 2 == 1) {
         readFile(input.rest());
     }

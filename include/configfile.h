@@ -27,14 +27,15 @@
  * Enciphers one value.
  * @param plain    the text, `plainLen` bytes
  * @param out      room for `outSize` bytes, which is 512
- * @param outLen   takes the number of bytes written to `out`
+ * @param outLen   holds 0; takes the number of bytes written to `out`, more than 512 are a failure
  * @param context  what the caller passed to the write
  */
 using ConfigValueEncryptFunc = signed char (*)(unsigned char* plain, unsigned long plainLen,
                                                unsigned char* out, unsigned long outSize,
                                                unsigned int* outLen, void* context);
 
-/** Deciphers one value of `cipherLen` bytes into a terminated text of at most `outSize` (512). */
+/** Deciphers one value of `cipherLen` bytes into a text of at most `outSize` bytes, which is 512. A
+ *  missing terminator is added, in the last byte at the latest. */
 using ConfigValueDecryptFunc = signed char (*)(unsigned char* cipher, unsigned long cipherLen,
                                                char* out, unsigned long outSize, void* context);
 
@@ -50,10 +51,23 @@ using ConfigFileDecryptFunc = signed char (*)(unsigned char* buffer, unsigned lo
 /**
  * Enciphers a whole text in place.
  * @param bufferSize  the text's bytes and 64 spare zero bytes
- * @param length      holds the text's length; takes the number of bytes to write
+ * @param length      holds the text's length; takes the number of bytes to write, which may be 0
  */
 using ConfigFileEncryptFunc = signed char (*)(unsigned char* buffer, unsigned long bufferSize,
                                               unsigned int* length);
+
+/** @} */
+
+/** @{ A row of a table of words. A row with an empty text, whose value does not count, ends it. */
+struct CONFIGSTR2INT {
+    std::uint32_t value; /**< the number for which the word stands */
+    const char* text;
+};
+
+struct CONFIGBITMASK {
+    std::uint32_t value; /**< the bit, or the bits, for which the word stands */
+    const char* text;
+};
 
 /** @} */
 
@@ -151,6 +165,32 @@ public:
     /** ReadBoolDef with the default 0. */
     signed char ReadBool(const char* group, const char* name, signed char* out) const;
 
+    /**
+     * Stores the number of the first word in `table` that is the value, case aside, or the default
+     * where none is or group or name are missing. With a null argument `out` keeps what it holds.
+     * @return 1 if the value is a word of the table
+     */
+    signed char ReadStr2IntDef(const char* group, const char* name, const CONFIGSTR2INT* table,
+                               unsigned int* out, unsigned int defaultValue) const;
+
+    /** ReadStr2IntDef with the default 0. */
+    signed char ReadStr2Int(const char* group, const char* name, const CONFIGSTR2INT* table,
+                            unsigned int* out) const;
+
+    /**
+     * Stores the default with the bits of all words in the value added, case aside; the default's
+     * own bits always stay set. The words stand between any number of `,`, `;`, `|` and blanks.
+     * With a null argument `out` keeps what it holds.
+     * @return 1 if the value was found and all its words are in `table`; unknown ones are passed
+     *         over
+     */
+    signed char ReadBitMaskDef(const char* group, const char* name, const CONFIGBITMASK* table,
+                               unsigned int* out, unsigned int defaultValue) const;
+
+    /** ReadBitMaskDef with the default 0. */
+    signed char ReadBitMask(const char* group, const char* name, const CONFIGBITMASK* table,
+                            unsigned int* out) const;
+
     /** 1 if the group exists. */
     signed char ExistGroup(const char* group) const;
 
@@ -227,6 +267,13 @@ public:
     signed char WriteBool(const char* group, const char* name, signed char value);
 
     /**
+     * Writes the words of all rows that share a bit with `mask`, with a comma between them, cut to
+     * 511 bytes; an empty value where there are none.
+     */
+    signed char WriteBitMask(const char* group, const char* name, const CONFIGBITMASK* table,
+                             unsigned int mask);
+
+    /**
      * Adds a line behind an empty one at the group's end, or appends the group, even where the name
      * exists. The value is written unchanged; what is added is cut to 399 bytes.
      */
@@ -255,6 +302,81 @@ public:
 
     /** @} */
 
+    /** The word of the first row with this value, else the text of the row that ends the table;
+     *  the empty text for a null table. It belongs to the table. */
+    static const char* Int2Text(unsigned int value, const CONFIGSTR2INT* table);
+
+    /**
+     * Stores the words of all rows whose bits are all in `mask`, with ", " between them. A row of
+     * value 0 shows a mask for which there is no word; the last such row counts.
+     */
+    static void BitMask2Text(unsigned int mask, const CONFIGBITMASK* table, char* out,
+                             unsigned int size);
+
+    /**
+     * @name Enciphered values
+     * Single values as "crypt:" and hexadecimal digits. The ciphers stay installed when the
+     * document is closed; `context` is passed to them and may be null. The memory in which they
+     * work is overwritten before it is released; the caller's own is the caller's matter.
+     * @{
+     */
+
+    /** Installs the cipher of WriteStrCrypt; null for none. */
+    void SetValueEncryptFunc(ConfigValueEncryptFunc encrypt);
+
+    /** Installs the cipher of ReadStrCrypt; null for none. */
+    void SetValueDecryptFunc(ConfigValueDecryptFunc decrypt);
+
+    /**
+     * Stores a value, deciphered if it begins with "crypt:", and whether it does. Without a cipher
+     * plain values can't be read either. Where group or name are missing `wasEncrypted` becomes 0;
+     * otherwise a failure leaves both outputs as they are.
+     * @return 1 if the value was found and the cipher, which is not called for an empty text,
+     *         returned non-zero
+     */
+    signed char ReadStrCrypt(const char* group, const char* name, char* out, unsigned int size,
+                             signed char* wasEncrypted, void* context) const;
+
+    /**
+     * Enciphers a value and writes it like WriteStr; an empty one as "crypt:", without a call of
+     * the cipher. A value of which the cipher makes more than 252 bytes is written cut and is not
+     * found again; a line that is added is cut to 511 bytes, name and line end included.
+     * @return 0 also if there is no cipher or it failed
+     */
+    signed char WriteStrCrypt(const char* group, const char* name, const char* value,
+                              void* context);
+
+    /** @} */
+
+    /**
+     * @name Enciphered files
+     * Close and the destructor write an edited document in plain, wherever it came from.
+     * @{
+     */
+
+    /**
+     * Reads and deciphers the file at `path`, takes the text over as it is, like OpenMem, which
+     * first writes an edited document back to its own file, and attaches the name.
+     * @return 0 also if `decrypt` returns anything but 1 or a length beyond its buffer, if the file
+     *         shrinks while it is read, has 4 GiB - 64 bytes or more, or is one that OpenFile
+     *         refuses. With a null argument nothing changes then; otherwise an earlier text stays,
+     *         is written back if it was edited, and gets the new name. Without one the document is
+     *         empty, and CloseFileCrypt creates the file after edits.
+     */
+    signed char OpenFileCrypt(const char* path, ConfigFileDecryptFunc decrypt);
+
+    /**
+     * Writes an edited document enciphered to the file whose name is attached, created as by Close,
+     * and releases the text. The umask of the process is 2 also while the cipher runs.
+     * @return 0 if the file can't be opened or written whole, or `encrypt` returns a length beyond
+     *         its buffer, which leaves the file as it is; with a null argument, which leaves the
+     *         document open. If the cipher fails or memory is short, the file stays as it is and
+     *         the result is 1: only the cipher itself tells.
+     */
+    signed char CloseFileCrypt(ConfigFileEncryptFunc encrypt);
+
+    /** @} */
+
 private:
     struct Collected;
 
@@ -267,6 +389,11 @@ private:
     QOR_LOCAL static void deleteLastSpace(char* value);
     QOR_LOCAL signed char addStr(const char* added, unsigned long pos);
     QOR_LOCAL signed char delStr(unsigned long pos, unsigned long count);
+
+    QOR_LOCAL signed char strEncrypt(const char* plain, char* out, unsigned int outSize,
+                                     void* context);
+    QOR_LOCAL signed char strDecrypt(const char* hexText, char* out, unsigned int outSize,
+                                     void* context) const;
 
     QOR_LOCAL char* rangeStop(char* end) const;
     QOR_LOCAL bool hasComments() const;
@@ -284,8 +411,14 @@ private:
                                       unsigned int size);
     QOR_LOCAL void replaceText(char* newText, std::uint64_t newLength);
     QOR_LOCAL void ensureText();
+    QOR_LOCAL static bool nameFits(const char* path);
+    QOR_LOCAL void attachName(const char* path);
     QOR_LOCAL bool readFile();
-    QOR_LOCAL bool writeFile() const;
+    QOR_LOCAL bool isToBeWritten() const;
+    QOR_LOCAL bool writeBack() const;
+    QOR_LOCAL void discard();
+    QOR_LOCAL bool openDeciphered(const char* path, ConfigFileDecryptFunc decrypt);
+    QOR_LOCAL bool writeEnciphered(ConfigFileEncryptFunc encrypt) const;
 
     char fileName[1024];             // of the attached file; empty: none
     signed char openedEncrypted = 0; // nothing here reads it

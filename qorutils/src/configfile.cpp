@@ -1,11 +1,8 @@
 // The document: opening, closing, and edits, which splice the text.
 #include "configfile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -13,9 +10,10 @@
 #include <algorithm>
 #include <new>
 
+#include "configfile_io.h"
 #include "configfile_text.h"
-#include "filecalls.h"
 #include "qoros.h"
+#include "secret.h"
 
 using configtext::findLineEnd;
 using configtext::isLineEnd;
@@ -32,42 +30,6 @@ constexpr std::size_t pieceSize = 510;
 constexpr unsigned int addedSize = 400;
 constexpr unsigned int writtenSize = 512;
 constexpr std::size_t encodedSize = 513;
-
-// No system call is asked for more bytes than this: some refuse sizes that do not fit an int.
-constexpr std::size_t transferSize = std::size_t{1} << 30;
-
-// For both ways: neither a pipe without its other end nor a terminal is waited for, and a terminal
-// does not become the process's own.
-constexpr int openFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-
-// Reads up to `size` bytes. Returns their number, or -1 where reading fails.
-ssize_t readAll(int fd, char* buffer, std::size_t size) {
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t got =
-            filecalls::readBytes(fd, buffer + done, std::min(size - done, transferSize));
-        if (got == 0) {
-            break;
-        }
-        if (got < 0 && errno != EINTR) {
-            return -1;
-        }
-        done += got < 0 ? 0 : static_cast<std::size_t>(got);
-    }
-    return static_cast<ssize_t>(done);
-}
-
-void writeAll(int fd, const char* buffer, std::size_t size) {
-    while (size > 0) {
-        const ssize_t put = filecalls::writeBytes(fd, buffer, std::min(size, transferSize));
-        if (put == 0 || (put < 0 && errno != EINTR)) {
-            return;
-        }
-        const std::size_t done = put < 0 ? 0 : static_cast<std::size_t>(put);
-        buffer += done;
-        size -= done;
-    }
-}
 
 // Kept: lines are taken in pieces, as texts, so that a zero byte takes the rest of its piece along,
 // the line end included. Closes the gaps in place and returns the length that is left.
@@ -88,35 +50,12 @@ std::size_t dropBehindZeros(char* text, std::size_t length) {
     return kept;
 }
 
-// The size of a regular file, modulo 2^32; 0 for a character device, of which the spare bytes are
-// read; -1 for everything else.
-off_t sizeOf(int fd) {
-    struct stat status;
-    if (fstat(fd, &status) != 0) {
-        return -1;
-    }
-    if (S_ISCHR(status.st_mode)) {
-        return 0;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return -1;
-    }
-    const off_t size = lseek(fd, 0, SEEK_END);
-    if (size < 0 || lseek(fd, 0, SEEK_SET) != 0) {
-        return -1;
-    }
-    return static_cast<off_t>(static_cast<std::uint32_t>(size));
-}
-
-// Reads the file's text into new memory and ends its last line. Null where that fails.
-char* readText(int fd, std::size_t* length) {
-    const off_t fileSize = sizeOf(fd);
-    if (fileSize < 0) {
-        return nullptr;
-    }
-    const std::size_t size = static_cast<std::size_t>(fileSize) + spareBytes;
+// Reads the file's text into new memory and ends its last line. Null where that fails. Kept: the
+// file's size counts modulo 2^32.
+char* readText(int fd, off_t fileSize, std::size_t* length) {
+    const std::size_t size = static_cast<std::uint32_t>(fileSize) + spareBytes;
     char* const text = static_cast<char*>(std::malloc(size));
-    const ssize_t got = text == nullptr ? -1 : readAll(fd, text, size - 1);
+    const ssize_t got = text == nullptr ? -1 : configio::readAll(fd, text, size - 1);
     if (got < 0) {
         std::free(text);
         return nullptr;
@@ -185,9 +124,10 @@ ConfigFile::~ConfigFile() {
     Close();
 }
 
-// Takes over a text. Positions in the old one are void, so no iteration goes on.
+// Takes over a text. Positions in the old one are void, so no iteration goes on. The old one may
+// hold passwords, or be the plain text of an enciphered file.
 void ConfigFile::replaceText(char* newText, std::uint64_t newLength) {
-    std::free(text);
+    secret::dispose(text, textLength);
     text = newText;
     textLength = newLength;
     groupCursor = nullptr;
@@ -201,13 +141,23 @@ void ConfigFile::ensureText() {
     }
 }
 
+bool ConfigFile::nameFits(const char* path) {
+    return strlen_qor(path, sizeof fileName) < sizeof fileName;
+}
+
+// A name that does not fit would be cut, and Close would write to another file.
+void ConfigFile::attachName(const char* path) {
+    strcpy_qor(fileName, sizeof fileName, nameFits(path) ? path : "");
+}
+
 bool ConfigFile::readFile() {
-    const int fd = filecalls::openFile(fileName, O_RDONLY | openFlags);
+    off_t fileSize = 0;
+    const int fd = configio::openToRead(fileName, &fileSize);
     if (fd < 0) {
         return false;
     }
     std::size_t length = 0;
-    char* const fileText = readText(fd, &length);
+    char* const fileText = readText(fd, fileSize, &length);
     close(fd);
     if (fileText == nullptr) {
         return false;
@@ -220,11 +170,9 @@ signed char ConfigFile::OpenFile(const char* path) {
     if (path == nullptr) {
         return 0;
     }
-    // A name that does not fit would be cut, and Close would write to another file.
-    const bool fits = strlen_qor(path, sizeof fileName) < sizeof fileName;
-    strcpy_qor(fileName, sizeof fileName, fits ? path : "");
+    attachName(path);
     replaceText(nullptr, 0);
-    const bool opened = fits && readFile();
+    const bool opened = nameFits(path) && readFile();
     ensureText();
     openedEncrypted = 0;
     dirty = 0;
@@ -249,25 +197,31 @@ signed char ConfigFile::OpenMem(const char* source, int length) {
     return copy == nullptr ? 0 : 1;
 }
 
-bool ConfigFile::writeFile() const {
-    const mode_t oldMask = umask(2);
-    const int fd = filecalls::openFile(fileName, O_WRONLY | O_CREAT | O_TRUNC | openFlags);
-    if (fd >= 0) {
-        writeAll(fd, text, textLength);
-        close(fd);
-    }
-    umask(oldMask);
-    return fd >= 0;
+bool ConfigFile::isToBeWritten() const {
+    return dirty == 1 && fileName[0] != '\0' && text != nullptr;
 }
 
-signed char ConfigFile::Close() {
-    const bool toWrite = dirty == 1 && fileName[0] != '\0' && text != nullptr;
-    const bool failed = toWrite && !writeFile();
+// Writes an edited document to its file; false where that can't be opened.
+bool ConfigFile::writeBack() const {
+    if (!isToBeWritten()) {
+        return true;
+    }
+    const configio::GroupUmask mask;
+    return configio::writeFile(fileName, text, textLength) != configio::Written::notOpened;
+}
+
+// Releases the text, written or not, and forgets where it came from.
+void ConfigFile::discard() {
     replaceText(nullptr, 0);
     fileName[0] = '\0';
     dirty = 0;
     openedEncrypted = 0;
-    return failed ? 0 : 1;
+}
+
+signed char ConfigFile::Close() {
+    const bool written = writeBack();
+    discard();
+    return written ? 1 : 0;
 }
 
 char* ConfigFile::GetBuffer() const {

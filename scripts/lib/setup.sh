@@ -15,7 +15,7 @@ fail() {
 debian_packages() {
     case $1 in
     build) echo cmake g++ ninja-build ccache ;;
-    test) echo googletest nginx-light tinyproxy ;;
+    test) echo googletest libssl-dev nginx-light tinyproxy ;;
     check) echo clang clang-format clang-tidy libclang-rt-14-dev npm shellcheck file ;;
     bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
         libiniparser-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
@@ -25,7 +25,7 @@ debian_packages() {
 homebrew_packages() {
     case $1 in
     build) echo cmake ninja ccache ;;
-    test) echo googletest nginx tinyproxy ;;
+    test) echo googletest nginx openssl tinyproxy ;;
     check) echo llvm node shellcheck ;;
     bench) echo google-benchmark pkg-config openssl glib inih iniparser msgpack nanopb \
         curl nginx ;;
