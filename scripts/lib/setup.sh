@@ -11,6 +11,11 @@ fail() {
     exit 1
 }
 
+# The library's version, as 3.0.0.
+library_version() {
+    sed -n 's/^#define QORMON3_VERSION_[A-Z]* //p' "$top/include/qorapi.h" | paste -sd .
+}
+
 # The packages of a purpose, by the system's package manager.
 debian_packages() {
     case $1 in
