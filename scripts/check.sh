@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Everything that guards the tree beside the plain tests. With names of checks, only those:
-# format scripts release tidy symbols asan tsan fuzz macos
+# format scripts release tidy symbols package asan tsan fuzz macos
 set -euo pipefail
 . "$(dirname "$0")/lib/setup.sh"
 
@@ -40,6 +40,17 @@ check_symbols() {
         sed -e "/^$node\$/d" -e "s/@@$node\$//" | LC_ALL=C sort >build/release/exported-symbols.txt
     diff -u cmake/exported-symbols.txt build/release/exported-symbols.txt ||
         fail "the exported symbols differ from cmake/exported-symbols.txt"
+}
+
+# The release as an archive and as a Debian package, installed and used by programs of others.
+check_package() {
+    local preset
+    for preset in release deb; do
+        build_preset "$preset" all package
+    done
+    cmake -S tests/package -B build/package \
+        "-DQORMON3_RELEASE=$top/build/release" "-DQORMON3_DEB=$top/build/deb" >/dev/null
+    ctest --test-dir build/package --output-on-failure --parallel "$(getconf _NPROCESSORS_ONLN)"
 }
 
 check_asan() {
@@ -95,7 +106,7 @@ check_macos() {
 
 need_packages build test check
 if [ $# -eq 0 ]; then
-    set -- format scripts release tidy symbols asan tsan fuzz macos
+    set -- format scripts release tidy symbols package asan tsan fuzz macos
 fi
 for check in "$@"; do
     say "check: $check"
