@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Everything that guards the tree beside the plain tests. With names of checks, only those:
-# format scripts release tidy symbols package asan tsan fuzz macos
+# format scripts release tidy symbols package docs asan tsan fuzz macos
 set -euo pipefail
 . "$(dirname "$0")/lib/setup.sh"
 
@@ -51,6 +51,13 @@ check_package() {
     cmake -S tests/package -B build/package \
         "-DQORMON3_RELEASE=$top/build/release" "-DQORMON3_DEB=$top/build/deb" >/dev/null
     ctest --test-dir build/package --output-on-failure --parallel "$(getconf _NPROCESSORS_ONLN)"
+}
+
+# The reference of the public headers; every warning is an error.
+check_docs() {
+    mkdir -p build/docs
+    QORMON3_VERSION=$(library_version) doxygen docs/Doxyfile
+    say "build/docs/html/index.html"
 }
 
 check_asan() {
@@ -121,7 +128,7 @@ check_macos() {
 
 need_packages build test check
 if [ $# -eq 0 ]; then
-    set -- format scripts release tidy symbols package asan tsan fuzz macos
+    set -- format scripts release tidy symbols package docs asan tsan fuzz macos
 fi
 for check in "$@"; do
     say "check: $check"

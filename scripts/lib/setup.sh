@@ -22,7 +22,7 @@ debian_packages() {
     build) echo cmake g++ ninja-build ccache ;;
     test) echo googletest libssl-dev nginx-light tinyproxy ;;
     check) echo clang clang-format clang-tidy libclang-rt-14-dev llvm-14 npm shellcheck file \
-        pkg-config dpkg-dev mandoc ;;
+        doxygen pkg-config dpkg-dev mandoc ;;
     bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
         libiniparser-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
     esac
@@ -32,7 +32,7 @@ homebrew_packages() {
     case $1 in
     build) echo cmake ninja ccache ;;
     test) echo googletest nginx openssl tinyproxy ;;
-    check) echo llvm node shellcheck mandoc pkg-config ;;
+    check) echo llvm node shellcheck doxygen mandoc pkg-config ;;
     bench) echo google-benchmark pkg-config openssl glib inih iniparser msgpack nanopb \
         curl nginx ;;
     esac
