@@ -58,18 +58,17 @@ using ConfigFileEncryptFunc = signed char (*)(unsigned char* buffer, unsigned lo
 
 /** @} */
 
-/** @{ A row of a table of words. A row with an empty text, whose value does not count, ends it. */
+/** A row of a table of words. A row with an empty text, whose value does not count, ends it. */
 struct CONFIGSTR2INT {
     std::uint32_t value; /**< the number for which the word stands */
-    const char* text;
+    const char* text;    /**< the word */
 };
 
+/** The same for words that stand for bits. */
 struct CONFIGBITMASK {
     std::uint32_t value; /**< the bit, or the bits, for which the word stands */
-    const char* text;
+    const char* text;    /**< the word */
 };
-
-/** @} */
 
 /** One configuration text and, where it came from a file, that file's name. */
 class QOR_API ConfigFile {

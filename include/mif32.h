@@ -42,7 +42,8 @@ public:
     /** Frees owned memory, then copies as the copy constructor does. */
     Mif32& operator=(const Mif32& other);
 
-    /** @name Memory @{ */
+    /** @name Memory
+     *  @{ */
 
     /**
      * Replaces the message by a copy of `len` bytes, in owned memory of exactly that size. Null or
@@ -126,16 +127,22 @@ public:
      * null pointer.
      * @{
      */
+    /** 1 byte. */
     bool RawAddByte(unsigned char value);
+    /** 2 bytes. */
     bool RawAddWord(unsigned short value);
+    /** 4 bytes. */
     bool RawAddDWord(unsigned int value);
+    /** 8 bytes. */
     bool RawAddLDWord(unsigned long long value);
+    /** `len` bytes. */
     bool RawAddBin(const unsigned char* value, unsigned int len);
     /** The characters without terminator. */
     bool RawAddStr(const char* value);
 
     /** @} */
-    /** @name End marker @{ */
+    /** @name End marker
+     *  @{ */
 
     /** Appends the end marker unless the message has it already, at its end or with a single byte
      * behind it. False where there is no room, where a marker stands inside the message with more
@@ -230,10 +237,12 @@ public:
     bool DelOid(unsigned short id);
 
     /** @} */
-    /** @name Access @{ */
+    /** @name Access
+     *  @{ */
 
     /** The message's bytes, valid until the next change; null when there is no buffer. */
     unsigned char* GetData();
+    /** The same for reading. */
     const unsigned char* GetData() const;
     /** Bytes in use. */
     unsigned int GetLen() const;
@@ -247,7 +256,8 @@ public:
     void Print() const;
 
     /** @} */
-    /** @name Fields, in fixed order. For reading; changing is done by the operations. @{ */
+    /** @name Fields, in fixed order. For reading; changing is done by the operations.
+     *  @{ */
     unsigned char* data;            /**< null when there is no buffer */
     unsigned int length;            /**< bytes in use */
     unsigned int allocatedLength;   /**< bytes available at `data` */

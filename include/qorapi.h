@@ -5,8 +5,11 @@
  */
 #pragma once
 
+/** Rises when programs have to be rebuilt. */
 #define QORMON3_VERSION_MAJOR 3
+/** Rises when something is added. */
 #define QORMON3_VERSION_MINOR 0
+/** Rises with every other release. */
 #define QORMON3_VERSION_PATCH 0
 
 /** Marks a declaration that the shared library exports; everything without it stays hidden. */
@@ -20,7 +23,9 @@
     __attribute__((format(printf, formatIndex, firstArgument)))
 
 #if defined(__cplusplus)
+/** Begins declarations of C linkage; nothing for C programs. */
 #define QOR_BEGIN_C extern "C" {
+/** Ends them. */
 #define QOR_END_C }
 #else
 #define QOR_BEGIN_C

@@ -14,7 +14,8 @@
 
 QOR_BEGIN_C
 
-/** @name Sockets and dates @{ */
+/** @name Sockets and dates
+ *  @{ */
 
 /**
  * Does nothing: socket start-up needs no work on POSIX systems. For callers written for platforms

@@ -51,7 +51,7 @@ QOR_API char* qor_inet_ntop4(const unsigned char* src, char* dest, std::size_t s
 
 /**
  * Writes an IPv6 address in lower-case digits with the longest run of two or more zero groups as
- * "::", of equal runs the first; addresses of the forms ::a.b.c.d and ::ffff:a.b.c.d with their
+ * "::", of equal runs the first; addresses of the forms "::a.b.c.d" and "::ffff:a.b.c.d" with their
  * last 4 bytes as IPv4.
  * @param src 16 bytes in network order
  * @param size of `dest` in bytes; 40 is always enough
@@ -74,7 +74,7 @@ QOR_END_C
  * One IPv4 or IPv6 address, or none.
  *
  * Setters that return false leave the address unset unless they say otherwise. Null pointers are
- * answered with false. An IPv4-mapped address is an IPv6 address ::ffff:a.b.c.d.
+ * answered with false. An IPv4-mapped address is an IPv6 address "::ffff:a.b.c.d".
  */
 class QOR_API QorIpAddr {
 public:
@@ -100,7 +100,8 @@ public:
     /** Frees the text buffer. */
     virtual ~QorIpAddr();
 
-    /** @name Setting @{ */
+    /** @name Setting
+     *  @{ */
 
     /** Reads an IPv4 text or, failing that, an IPv6 text; see qor_inet_pton4, qor_inet_pton6. */
     bool SetIpAddr(const char* addressText);
@@ -139,14 +140,15 @@ public:
     void Clear();
 
     /** @} */
-    /** @name Conversion and queries @{ */
+    /** @name Conversion and queries
+     *  @{ */
 
     /** Makes an IPv4 address of an IPv4-mapped one, leaving the bytes behind its 4 as they are;
      * false, with nothing changed, for any other address. */
     bool ConvertV6ToIpV4();
     /** Makes an IPv4-mapped address of an IPv4 one and leaves any other as it is; always true. */
     bool ConvertV4ToIpV6();
-    /** True for an IPv6 address ::ffff:a.b.c.d. */
+    /** True for an IPv6 address "::ffff:a.b.c.d". */
     bool IsV4Mapped() const;
 
     /** The number in host order of an IPv4 or IPv4-mapped address, 0 for any other. */
@@ -194,15 +196,22 @@ public:
      * is true. Between families that can't be compared all four orderings are false.
      * @{
      */
+    /** Equal. */
     bool operator==(const QorIpAddr& other) const;
+    /** Not equal. */
     bool operator!=(const QorIpAddr& other) const;
+    /** Less. */
     bool operator<(const QorIpAddr& other) const;
+    /** Greater. */
     bool operator>(const QorIpAddr& other) const;
+    /** Less or equal. */
     bool operator<=(const QorIpAddr& other) const;
+    /** Greater or equal. */
     bool operator>=(const QorIpAddr& other) const;
     /** @} */
 
-    /** @name Fields, in fixed order. For reading; setting is done by the operations. @{ */
+    /** @name Fields, in fixed order. For reading; setting is done by the operations.
+     *  @{ */
     unsigned char address[16]; /**< network order; an IPv4 address has the first 4 bytes */
     unsigned int length;       /**< 0 unset, 4 IPv4, 16 IPv6 */
     char* text;                /**< GetStr's 64 bytes, owned by the object; null before */

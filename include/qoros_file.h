@@ -25,8 +25,8 @@ QOR_API uint32_t QorOsFileExists(const char* path);
 /**
  * Creates every missing directory on a path, with mode 0700 less the umask.
  *
- * Both "/" and "\" end a directory's path, but stay what the system takes them for: "a\b" creates
- * the directories "a" and "a\b" next to each other. What exists under the whole path counts as it
+ * Both "/" and "\" end a directory's path, but stay what the system takes them for: `a\b` creates
+ * the directories `a` and `a\b` next to each other. What exists under the whole path counts as it
  * is, whether it is a directory or not. A path of a single character is never created.
  *
  * @param path shorter than 500 characters unless it exists

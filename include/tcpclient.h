@@ -130,7 +130,8 @@ public:
      */
     static void* connectThread(void* self);
 
-    /** @name Members, in fixed order @{ */
+    /** @name Members, in fixed order
+     *  @{ */
     signed char ssl;         /**< as given to Connect, or 1 after StartSSL; never acted on */
     unsigned int timeout;    /**< seconds, for connect and receive; set directly by users */
     unsigned char connected; /**< 1 or 0; 0 does not say that the socket is closed */

@@ -43,6 +43,7 @@ public:
     /** One link of the chain. Its destructor does nothing to the data. */
     class QOR_API Element {
     public:
+        /** A link of its own, in no chain yet. */
         explicit Element(T elementData) : data(elementData) {}
         virtual ~Element();
 
@@ -94,22 +95,28 @@ public:
     /** Calls each element's `dump` in the order of the list, one level deeper. */
     virtual void dump(char* buffer, unsigned int level);
 
-    /** @name What becomes of the data, also of that which was added before @{ */
+    /** @name What becomes of the data, also of that which was added before
+     *  @{ */
+    /** It stays the caller's. */
     virtual void LeaveDataOnExit() {
         onExit = leaveData;
     }
+    /** It is released with delete. */
     virtual void DeleteDataOnExit() {
         onExit = deleteData;
     }
+    /** It is released with delete[]. */
     virtual void DeleteArrayDataOnExit() {
         onExit = deleteArrayData;
     }
+    /** It is released with free. */
     virtual void FreeDataOnExit() {
         onExit = freeData;
     }
     /** @} */
 
-    /** @name Fields, in fixed order. For walking; changing is done by the operations. @{ */
+    /** @name Fields, in fixed order. For walking; changing is done by the operations.
+     *  @{ */
     Element* head = nullptr;          /**< first element, or null */
     Element* tail = nullptr;          /**< last element, or null */
     unsigned int count = 0;           /**< number of elements */

@@ -60,7 +60,8 @@ public:
      */
     int checkAndResize(unsigned int extra);
 
-    /** @name Fields, in fixed order. For reading. @{ */
+    /** @name Fields, in fixed order. For reading.
+     *  @{ */
     char** target;             /**< the caller's pointer variable */
     unsigned int capacity = 0; /**< bytes allocated for the string */
     unsigned int length = 0;   /**< characters appended so far, as their callers counted them */
