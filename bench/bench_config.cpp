@@ -1,10 +1,16 @@
 // One value out of a large configuration file, against the libraries that a program would take
-// instead: open the file, read the value, close. Then one value out of an open document.
+// instead: open the file, read the value, close. Then one value out of an open document, and many
+// different ones out of an open document of a usual size.
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+
+#include <algorithm>
+#include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <glib.h>
@@ -17,9 +23,10 @@ namespace {
 
 constexpr int lineCount = 10000;
 
-// A file of 10,000 lines in that many groups; the line that is wanted stands in the middle.
+// A file of so many lines in that many groups; the line that is wanted stands in the middle.
 struct ConfigurationFile {
-    explicit ConfigurationFile(int groups) : linesPerGroup(lineCount / groups - 1) {
+    explicit ConfigurationFile(int groups, int lines = lineCount)
+        : linesPerGroup(lines / groups - 1) {
         const int fd = mkstemp(path);
         std::FILE* const file = fd < 0 ? nullptr : fdopen(fd, "w");
         if (file == nullptr) {
@@ -171,6 +178,93 @@ void edit(benchmark::State& state) {
     }
 }
 BENCHMARK(edit)->Arg(100)->Arg(1);
+
+// A document of 1,000 lines in as many groups as the argument says, and the group and name of each
+// of its values, shuffled.
+struct UsualFile {
+    explicit UsualFile(int groups) : file(groups, 1000) {
+        for (int i = 0; i < groups; ++i) {
+            for (int line = 0; line < file.linesPerGroup; ++line) {
+                places.emplace_back("Service" + std::to_string(i),
+                                    "ParameterNumber" + std::to_string(line));
+            }
+        }
+        std::shuffle(places.begin(), places.end(), std::minstd_rand());
+    }
+
+    // Calls something 1,000 times, each time with another place as long as there are others.
+    template <typename Use>
+    void each(Use use) const {
+        for (std::size_t i = 0; i < 1000; ++i) {
+            const auto& place = places[i % places.size()];
+            use(place.first.c_str(), place.second.c_str());
+        }
+    }
+
+    ConfigurationFile file;
+    std::vector<std::pair<std::string, std::string>> places;
+};
+
+void thousandReadsConfigFile(benchmark::State& state) {
+    const UsualFile usual(static_cast<int>(state.range(0)));
+    ConfigFile config;
+    config.OpenFile(usual.file.path);
+    for (auto iteration : state) {
+        usual.each([&](const char* group, const char* name) {
+            char value[64];
+            check(state, config.ReadStr(group, name, value, sizeof value) != 0);
+            benchmark::DoNotOptimize(value);
+        });
+    }
+}
+BENCHMARK(thousandReadsConfigFile)->Arg(100)->Arg(10)->Arg(1)->Unit(benchmark::kMicrosecond);
+
+void thousandWritesConfigFile(benchmark::State& state) {
+    const UsualFile usual(static_cast<int>(state.range(0)));
+    ConfigFile config;
+    config.OpenFile(usual.file.path);
+    config.OpenMem(config.GetBuffer(), -1);
+    unsigned int number = 0;
+    for (auto iteration : state) {
+        usual.each([&](const char* group, const char* name) {
+            check(state, config.WriteInt(group, name, ++number) != 0);
+        });
+    }
+}
+BENCHMARK(thousandWritesConfigFile)->Arg(100)->Arg(10)->Arg(1)->Unit(benchmark::kMicrosecond);
+
+GKeyFile* openGKeyFile(const UsualFile& usual) {
+    GKeyFile* const config = g_key_file_new();
+    g_key_file_load_from_file(config, usual.file.path, G_KEY_FILE_NONE, nullptr);
+    return config;
+}
+
+void thousandReadsGKeyFile(benchmark::State& state) {
+    const UsualFile usual(static_cast<int>(state.range(0)));
+    GKeyFile* const config = openGKeyFile(usual);
+    for (auto iteration : state) {
+        usual.each([&](const char* group, const char* name) {
+            char* const value = g_key_file_get_string(config, group, name, nullptr);
+            check(state, value != nullptr);
+            g_free(value);
+        });
+    }
+    g_key_file_free(config);
+}
+BENCHMARK(thousandReadsGKeyFile)->Arg(100)->Arg(10)->Arg(1)->Unit(benchmark::kMicrosecond);
+
+void thousandWritesGKeyFile(benchmark::State& state) {
+    const UsualFile usual(static_cast<int>(state.range(0)));
+    GKeyFile* const config = openGKeyFile(usual);
+    int number = 0;
+    for (auto iteration : state) {
+        usual.each([&](const char* group, const char* name) {
+            g_key_file_set_integer(config, group, name, ++number);
+        });
+    }
+    g_key_file_free(config);
+}
+BENCHMARK(thousandWritesGKeyFile)->Arg(100)->Arg(10)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 } // namespace
 

@@ -5,12 +5,16 @@
 
 #include <cstring>
 
+#include <algorithm>
+#include <string_view>
+
 #include "configfile_text.h"
 #include "qoros.h"
 
 using configtext::find;
 using configtext::findLineEnd;
 using configtext::isLineEnd;
+using configtext::isSameLetter;
 using configtext::rawValue;
 
 namespace {
@@ -42,11 +46,52 @@ char* findHeader(const char* textStart, char* from, char* stop) {
 }
 
 // Whether the header's name, which ends at the first `]` before the next header, is the wanted one.
+// Its length and its last letter tell most others apart.
 bool isHeaderOf(char* header, char* next, const char* group, std::size_t length) {
     char* const name = header + 1;
-    char* const closing = find(']', name, next);
-    return closing < next && static_cast<std::size_t>(closing - name) == length &&
-           strncasecmp(name, group, length) == 0;
+    if (static_cast<std::size_t>(next - name) <= length || name[length] != ']' ||
+        (length > 0 && !isSameLetter(name[length - 1], group[length - 1]))) {
+        return false;
+    }
+    char* const closing = name + length;
+    return find(']', name, closing) == closing && strncasecmp(name, group, length) == 0;
+}
+
+// What lookups drop from the name in a line.
+constexpr bool isDropped(char c) {
+    return c == ' ' || c == '\t' || c == '"';
+}
+
+// Whether the name that ends at `stop` may be the wanted one, as far as it holds no blanks. Another
+// `=` means that this is no name, and keeps the time in proportion to the text.
+bool mayBe(std::string_view wanted, const char* from, const char* stop) {
+    while (!wanted.empty() && stop > from && !isDropped(stop[-1])) {
+        --stop;
+        if (*stop == '=' || !isSameLetter(*stop, wanted.back())) {
+            return false;
+        }
+        wanted.remove_suffix(1);
+    }
+    return wanted.empty() || stop > from;
+}
+
+// The begin of the first line in [from, stop) whose name may be the wanted one, or stop. An
+// `=` is found faster than a line end, and names are told apart soonest at their ends.
+char* findLineOf(std::string_view wanted, char* from, char* stop) {
+    for (char* equals = find('=', from, stop); equals < stop;
+         equals = find('=', equals + 1, stop)) {
+        char* nameStop = equals;
+        while (nameStop > from && isDropped(nameStop[-1])) {
+            --nameStop;
+        }
+        if (mayBe(wanted, from, nameStop)) {
+            while (nameStop > from && !isLineEnd(nameStop[-1])) {
+                --nameStop;
+            }
+            return nameStop;
+        }
+    }
+    return stop;
 }
 
 // The first `]` in [from, stop) that stands in no comment, or stop.
@@ -129,7 +174,7 @@ char* ConfigFile::matchName(const char* name, unsigned int nameLen, char* line,
                             char* lineStop) const {
     configtext::NameMatcher matcher(name, nameLen);
     for (char* p = line; p < lineStop; ++p) {
-        if (*p == '\t' || *p == ' ' || *p == '"') {
+        if (isDropped(*p)) {
             continue;
         }
         if (*p == '=') {
@@ -190,8 +235,11 @@ signed char ConfigFile::getValuePos(const char* name, unsigned int nameLen, char
                                     unsigned int flags) const {
     *valuePos = nullptr;
     char* const stop = rangeStop(to);
+    // A line whose name only begins with the wanted one may end with anything.
+    const std::string_view nameEnd(name, nameLen == 0 ? std::strlen(name) : 0);
     char* lineStop = nullptr;
-    for (char* line = from; line < stop; line = lineStop + 1) {
+    for (char* line = findLineOf(nameEnd, from, stop); line < stop;
+         line = findLineOf(nameEnd, std::min(lineStop + 1, stop), stop)) {
         lineStop = findLineEnd(line, stop);
         char* const valueStart = matchName(name, nameLen, line, lineStop);
         if (valueStart == nullptr) {

@@ -52,6 +52,20 @@ inline char* findLineEnd(char* from, char* stop) {
 //   at the end      nothing goes          deleteLastSpace           nothing goes
 //   longest name    510                   255                       511
 
+// As strcasecmp compares. Two bytes of ASCII that differ in more than the bit of the case
+// differ in every locale, which spares most lines the conversion.
+inline bool isSameLetter(char a, char b) {
+    const unsigned int first = static_cast<unsigned char>(a);
+    const unsigned int second = static_cast<unsigned char>(b);
+    if (first == second) {
+        return true;
+    }
+    if ((first | second) < 0x80 && (first ^ second) != 0x20) {
+        return false;
+    }
+    return std::tolower(static_cast<int>(first)) == std::tolower(static_cast<int>(second));
+}
+
 // Compares a line's name, character by character, with the one that is looked for. A length above 0
 // limits the comparison to that many bytes, as strncasecmp would; otherwise all count.
 class NameMatcher {
@@ -61,7 +75,7 @@ public:
 
     // False once the line's name differs or no longer fits a line buffer.
     bool take(char c) {
-        if (count < compared && !isSame(c, name[count])) {
+        if (count < compared && !isSameLetter(c, name[count])) {
             return false;
         }
         ++count;
@@ -79,20 +93,6 @@ public:
     }
 
 private:
-    // As strcasecmp compares. Two bytes of ASCII that differ in more than the bit of the case
-    // differ in every locale, which spares most lines the conversion.
-    static bool isSame(char a, char b) {
-        const unsigned int first = static_cast<unsigned char>(a);
-        const unsigned int second = static_cast<unsigned char>(b);
-        if (first == second) {
-            return true;
-        }
-        if ((first | second) < 0x80 && (first ^ second) != 0x20) {
-            return false;
-        }
-        return std::tolower(static_cast<int>(first)) == std::tolower(static_cast<int>(second));
-    }
-
     const char* name;
     std::size_t compared;
     std::size_t count = 0;
