@@ -12,6 +12,7 @@ constexpr int exitUsage = 2;
 
 using Words = std::vector<std::string>;
 
+int commandConfig(const Words& words);
 int commandDemo(const Words& words);
 int commandGet(const Words& words);
 int commandIp(const Words& words);

@@ -12,6 +12,7 @@ struct Command {
 };
 
 constexpr Command commands[] = {
+    {"config", qormon::commandConfig, "values of a configuration file, read and edited"},
     {"demo", qormon::commandDemo, "the main job against a loopback server of its own"},
     {"get", qormon::commandGet, "a file from a web server, if it is newer"},
     {"ip", qormon::commandIp, "an address, a block or a range in all its forms"},
