@@ -11,3 +11,7 @@ for source in bench/bench_*.cpp; do
     say "$program"
     "build/bench/bench/$program" --benchmark_min_time=0.3 "$@"
 done
+if [ -x build/bench/bench/compare_config_edits ]; then
+    say compare_config_edits
+    build/bench/bench/compare_config_edits
+fi

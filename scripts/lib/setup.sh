@@ -24,7 +24,7 @@ debian_packages() {
     check) echo clang clang-format clang-tidy libclang-rt-14-dev llvm-14 npm shellcheck file \
         doxygen pkg-config dpkg-dev mandoc ;;
     bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
-        libiniparser-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
+        libiniparser-dev libsimpleini-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
     esac
 }
 

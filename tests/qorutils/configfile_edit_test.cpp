@@ -13,6 +13,9 @@
 #include <string>
 #include <utility>
 
+#include "config_texts.h"
+#include "temp_directory.h"
+
 namespace {
 
 using Edit = signed char (*)(ConfigFile& config, const char* name, const char* value);
@@ -170,6 +173,27 @@ TEST_F(ConfigFileOnDisk, WritesBackWhatWasEdited) {
     EXPECT_EQ(ConfigFile::AddConfig(path.c_str(), "g", "k", nullptr), 1) << "kept: it opened";
     EXPECT_EQ(ConfigFile::AddConfig(path.c_str(), "g", "k", "4"), 1);
     EXPECT_EQ(get(), "[g]\n\nk=4\n");
+}
+
+// What other programs keep in their files stays as it is, but for the one value.
+TEST_F(ConfigFileOnDisk, ChangesNothingButTheValue) {
+    for (const auto& t : support::configTexts) {
+        SCOPED_TRACE(t.name);
+        put(t.before + t.value + t.after);
+        ASSERT_TRUE(support::setModificationTime(path, 1000));
+        ConfigFile config;
+        char value[32];
+        EXPECT_EQ(config.OpenFile(path.c_str()), 1);
+        EXPECT_EQ(config.ReadStr(t.group, t.key, value, sizeof value), 1);
+        EXPECT_STREQ(value, t.value);
+        EXPECT_EQ(config.Close(), 1);
+        EXPECT_EQ(get(), t.before + t.value + t.after);
+        EXPECT_EQ(support::modificationTime(path), 1000) << "not written";
+        EXPECT_EQ(config.OpenFile(path.c_str()), 1);
+        EXPECT_EQ(config.WriteStr(t.group, t.key, t.newValue), 1);
+        EXPECT_EQ(config.Close(), 1);
+        EXPECT_EQ(get(), t.before + t.newValue + t.after);
+    }
 }
 
 TEST_F(ConfigFileOnDisk, CreatesAMissingFile) {
