@@ -30,6 +30,22 @@ signed char toTruth(const char* value, signed char defaultValue) {
     return defaultValue;
 }
 
+// Stores the default, and over it what `convert` makes of the value, where there is one.
+template <typename Type, typename Convert>
+signed char readAs(const ConfigFile& config, const char* group, const char* name, Type* out,
+                   Type defaultValue, Convert convert) {
+    if (out == nullptr) {
+        return 0;
+    }
+    *out = defaultValue;
+    char value[typedValueSize];
+    if (config.ReadStr(group, name, value, sizeof value) == 0) {
+        return 0;
+    }
+    *out = convert(value);
+    return 1;
+}
+
 } // namespace
 
 signed char ConfigFile::ReadStrDef(const char* group, const char* name, char* out,
@@ -48,16 +64,9 @@ signed char ConfigFile::ReadStr(const char* group, const char* name, char* out,
 
 signed char ConfigFile::ReadIntDef(const char* group, const char* name, unsigned int* out,
                                    unsigned int defaultValue) const {
-    if (out == nullptr) {
-        return 0;
-    }
-    *out = defaultValue;
-    char value[typedValueSize];
-    if (readValue(group, name, value, sizeof value) == 0) {
-        return 0;
-    }
-    *out = static_cast<unsigned int>(static_cast<unsigned long>(toNumber(value)));
-    return 1;
+    return readAs(*this, group, name, out, defaultValue, [](const char* value) {
+        return static_cast<unsigned int>(static_cast<unsigned long>(toNumber(value)));
+    });
 }
 
 signed char ConfigFile::ReadInt(const char* group, const char* name, unsigned int* out) const {
@@ -66,16 +75,8 @@ signed char ConfigFile::ReadInt(const char* group, const char* name, unsigned in
 
 signed char ConfigFile::ReadBoolDef(const char* group, const char* name, signed char* out,
                                     signed char defaultValue) const {
-    if (out == nullptr) {
-        return 0;
-    }
-    *out = defaultValue;
-    char value[typedValueSize];
-    if (readValue(group, name, value, sizeof value) == 0) {
-        return 0;
-    }
-    *out = toTruth(value, defaultValue);
-    return 1;
+    return readAs(*this, group, name, out, defaultValue,
+                  [defaultValue](const char* value) { return toTruth(value, defaultValue); });
 }
 
 signed char ConfigFile::ReadBool(const char* group, const char* name, signed char* out) const {
