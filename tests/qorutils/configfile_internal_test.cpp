@@ -7,13 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "qorutils/src/filecalls.h"
+#include "temp_directory.h"
 
 namespace {
 
@@ -58,11 +56,6 @@ ssize_t writeBytes(int fd, const char* buffer, std::size_t size) {
 
 namespace {
 
-std::string get(const char* path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // A file is opened, edited and closed; afterwards no descriptor is left.
 TEST(ConfigFileCalls, WorkInPieces) {
     const struct {
@@ -77,26 +70,25 @@ TEST(ConfigFileCalls, WorkInPieces) {
         {"kept: a write error goes unnoticed", {}, {7, -ENOSPC}, 1, "[g]\nk=n"},
         {"nothing is taken any more", {}, {7, 0}, 1, "[g]\nk=n"},
     };
-    char path[] = "/tmp/configcalls.XXXXXX";
-    const int lowest = mkstemp(path);
-    ASSERT_GE(lowest, 0);
+    const support::TempDirectory directory;
+    const std::string path = directory.path("file");
+    const int lowest = open("/dev/null", O_RDONLY);
     close(lowest);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::ofstream(path) << "[g]\nk=old\nl=1\n";
+        directory.write("file", "[g]\nk=old\nl=1\n");
         ConfigFile config;
         steps = c.reading;
-        EXPECT_EQ(config.OpenFile(path), c.result);
+        EXPECT_EQ(config.OpenFile(path.c_str()), c.result);
         EXPECT_EQ(config.WriteStr("g", "k", "new"), 1);
         steps = c.writing;
         EXPECT_EQ(config.Close(), 1);
         EXPECT_TRUE(steps.empty());
-        EXPECT_EQ(get(path), c.file);
-        const int next = open(path, O_RDONLY);
+        EXPECT_EQ(directory.read("file"), c.file);
+        const int next = open("/dev/null", O_RDONLY);
         EXPECT_EQ(next, lowest);
         close(next);
     }
-    unlink(path);
 }
 
 } // namespace
