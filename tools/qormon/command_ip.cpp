@@ -106,11 +106,14 @@ int showRangeOfBlock(const std::string& text, std::size_t slash) {
     if (!prefix) {
         return refuse("no prefix length for " + familyOf(addr) + ": " + text.substr(slash + 1));
     }
-    printAddress(addr);
     // Not by the objects: that form of the function speaks to standard output itself.
     char low[addressTextBytes];
     char high[addressTextBytes];
-    qor_ipaddr_cidr2range(textOf(addr).c_str(), *prefix, low, sizeof low, high, sizeof high);
+    if (!qor_ipaddr_cidr2range(textOf(addr).c_str(), *prefix, low, sizeof low, high, sizeof high)) {
+        std::fprintf(stderr, "qormon ip: no range for %s\n", printable(text).c_str());
+        return exitNegative;
+    }
+    printAddress(addr);
     printBlock(low, high, *prefix);
     return exitSuccess;
 }
