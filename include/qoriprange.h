@@ -103,12 +103,11 @@ QOR_API bool qor_ipaddr_range2cidr(const QorIpAddr& low, const QorIpAddr& high,
                                    unsigned int& prefix);
 
 /**
- * The block of a range of address texts, each read as by QorIpAddr::SetIpAddr; a text that can't be
- * read counts as an unset address for the outputs.
+ * The block of a range of address texts, each read as by QorIpAddr::SetIpAddr.
  * @param out receives the text of the first address, also where the range is no block; empty where
  *        there is no such address or the text does not fit
  * @param outSize of `out` in bytes; with 0 nothing is written
- * @param prefix as above
+ * @param prefix as above; 0 where neither text is an address, untouched where just one is
  * @return true where both texts are addresses, the range is exactly one block and the text fits.
  *         Where `out` or `prefix` is null nothing is written.
  */
