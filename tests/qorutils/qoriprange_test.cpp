@@ -6,6 +6,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "hex.h"
 
@@ -86,25 +87,38 @@ TEST(QorIpRange, AgreesWithTheDefinition) {
 }
 
 TEST(QorIpRange, TracesTheMaskOfObjectsOnly) {
-    QorIpAddr addr("10.1.2.3");
-    char out[64];
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(qor_ipaddr_cidr2range("1.2.3.4", 8, out, 64, out, 64));
-    EXPECT_TRUE(qor_ipaddr_cidr2range(addr, 12, addr, addr)); // the last address is set last
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "i=0 mask=ff\ni=1 mask=f0\ni=2 mask=00\ni=3 mask=00\n");
-    EXPECT_STREQ(addr.GetStr(), "10.15.255.255");
+    for (const auto& [text, prefix] : {std::pair("10.1.2.3", 12U), {"1::", 68U}, {"1::", 200U}}) {
+        QorIpAddr addr(text);
+        std::string expected;
+        for (unsigned int i = 0; i < addr.length; ++i) {
+            const char* const mask = 8 * i + 8 <= prefix ? "ff" : 8 * i >= prefix ? "00" : "f0";
+            expected += "i=" + std::to_string(i) + " mask=" + mask + '\n';
+        }
+        char low[64], high[64];
+        testing::internal::CaptureStdout();
+        EXPECT_TRUE(qor_ipaddr_cidr2range(text, prefix, low, 64, high, 64));
+        EXPECT_TRUE(qor_ipaddr_cidr2range(addr, prefix, addr, addr)); // the last one is set last
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
+        EXPECT_STREQ(addr.GetStr(), high);
+    }
 }
 
 TEST(QorIpRange, KnowsOneFamilyAtATime) {
-    char out[64];
-    unsigned int found = 999;
-    EXPECT_FALSE(qor_ipaddr_range2cidr("10.0.0.1", "::ffff:10.0.0.1", out, 64, &found));
-    EXPECT_EQ(out + std::to_string(found), "10.0.0.1999");
-    char last[64] = "#";
-    EXPECT_FALSE(qor_ipaddr_range2cidr("none", nullptr, out, 64, &found));
-    EXPECT_FALSE(qor_ipaddr_cidr2range("10.0.0", 8, out, 64, last, 64));
-    EXPECT_EQ(out + std::string(last), "") << "empty without an address";
+    // Both ends; the text of the first and the prefix, of which 999 is what was there before.
+    const char* const cases[][3] = {{"10.0.0.1", "::ffff:10.0.0.1", "10.0.0.1 999"},
+                                    {"10.0.0.1", "none", "10.0.0.1 999"},
+                                    {"none", "10.0.0.1", " 999"},
+                                    {"none", nullptr, " 0"}};
+    unsigned int found;
+    for (const auto& [low, high, expected] : cases) {
+        char out[64] = "#";
+        found = 999;
+        EXPECT_FALSE(qor_ipaddr_range2cidr(low, high, out, 64, &found));
+        EXPECT_EQ(out + (' ' + std::to_string(found)), expected);
+    }
+    char low[64] = "#", high[64] = "#";
+    EXPECT_FALSE(qor_ipaddr_cidr2range("10.0.0", 8, low, 64, high, 64));
+    EXPECT_EQ(low + std::string(high), "") << "empty without an address";
     testing::internal::CaptureStdout();
     // A length is taken unchecked; whatever it says, only the 16 bytes are used.
     for (const unsigned int length : {0U, 3U, 17U, 1000U}) {
@@ -139,7 +153,8 @@ TEST(QorIpRange, WritesTextsWithinTheirSizes) {
 
 TEST(QorIpRange, KeepsToTheLengthsOfMessageValues) {
     for (unsigned int length = 0; length < 40; ++length) {
-        for (const char* const addr : {"1.1.1.1", "101::", "none"}) {
+        for (const char* const addr :
+             {static_cast<const char*>(nullptr), "none", "1.1.1.1", "101::"}) {
             const unsigned int needed = 2 * QorIpAddr(addr).length;
             const bool fits = needed != 0 && length >= needed;
             Bytes out(length + 1, 0xEE);
@@ -148,7 +163,7 @@ TEST(QorIpRange, KeepsToTheLengthsOfMessageValues) {
             EXPECT_EQ(told, needed == 0 ? length : needed);
             EXPECT_EQ(out[fits ? needed : 0], 0xEE);
         }
-        char out[64];
+        char out[64] = "#";
         unsigned int found = 999;
         const unsigned int half = length / 2;
         const bool isRange = half == 4 || half == 16;
@@ -156,23 +171,28 @@ TEST(QorIpRange, KeepsToTheLengthsOfMessageValues) {
         value.resize(length, 2); // an odd byte at the end does not count
         EXPECT_EQ(qor_ipaddr_range2cidr_MifFormat(value.data(), length, out, 64, &found), isRange);
         EXPECT_EQ(found, isRange ? half * 8 : 999);
+        EXPECT_EQ(out[0] == '#', !isRange);
     }
 }
 
 TEST(QorIpRange, RefusesNulls) {
     unsigned char value[32] = {};
-    unsigned int number = 999;
-    for (const bool first : {true, false}) {
-        char out[64] = "#";
-        char* const text = first ? nullptr : out;
-        unsigned int* const last = first ? &number : nullptr;
-        EXPECT_FALSE(qor_ipaddr_range2cidr("::", "::", text, 64, last));
-        EXPECT_FALSE(qor_ipaddr_range2cidr_MifFormat(value, 8, text, 64, last));
-        EXPECT_FALSE(qor_ipaddr_cidr2range_MifFormat("::", 8, first ? nullptr : value, last));
-        EXPECT_FALSE(qor_ipaddr4_cidr2range(0, 8, first ? nullptr : &number, last));
-        EXPECT_FALSE(qor_ipaddr4_range2cidr(0, 0, first ? nullptr : &number, last));
-        EXPECT_EQ(out + std::to_string(number), "#999") << "nothing is written";
-    }
+    char out[64] = "#";
+    unsigned int n = 999;
+    EXPECT_FALSE(
+        qor_ipaddr_range2cidr("::", "::", nullptr, 64, &n) ||
+        qor_ipaddr_range2cidr("::", "::", out, 64, nullptr) ||
+        qor_ipaddr_range2cidr_MifFormat(value, 8, nullptr, 64, &n) ||
+        qor_ipaddr_range2cidr_MifFormat(value, 8, out, 64, nullptr) ||
+        qor_ipaddr_range2cidr_MifFormat(nullptr, 8, out, 64, &n) ||
+        qor_ipaddr_cidr2range_MifFormat("::", 8, nullptr, &n) ||
+        qor_ipaddr_cidr2range_MifFormat("::", 8, value, nullptr) ||
+        qor_ipaddr4_cidr2range(0, 8, nullptr, &n) || qor_ipaddr4_cidr2range(0, 8, &n, nullptr) ||
+        qor_ipaddr4_range2cidr(0, 0, nullptr, &n) || qor_ipaddr4_range2cidr(0, 0, &n, nullptr));
+    EXPECT_EQ(out + std::to_string(n), "#999") << "nothing is written";
+    char text[64];
+    EXPECT_FALSE(qor_ipaddr_cidr2range("::", 8, nullptr, 64, text, 64) ||
+                 qor_ipaddr_cidr2range("::", 8, text, 64, nullptr, 64));
 }
 
 } // namespace
