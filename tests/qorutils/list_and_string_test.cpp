@@ -5,7 +5,6 @@
 #include <cstring>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "templlinkedlist.h"
 #include "tfstring.h"
@@ -15,12 +14,7 @@ namespace {
 using Letters = QOR::TemplLinkedList<char*>;
 using Element = Letters::Element;
 
-char letters[] = "abcx";
-
-// The data that stands for a letter: its place.
-char* place(char letter) {
-    return strchr(letters, letter);
-}
+char letters[] = "abcx"; // the data that stands for a letter is its place here
 
 // The letters from the head on. Count and tail have to agree with them.
 std::string contents(const Letters& list) {
@@ -35,27 +29,23 @@ std::string contents(const Letters& list) {
 }
 
 TEST(TemplLinkedList, UnlinksTheFirstElementWithTheData) {
-    struct Case {
-        std::string before;
-        char data;
-        std::string after;
-    };
-    const Case cases[] = {
-        {"a", 'a', ""},   {"abc", 'a', "bc"},   {"abc", 'b', "ac"}, {"abc", 'c', "ab"},
-        {"ab", 'b', "a"}, {"abab", 'b', "aab"}, {"ab", 'x', "ab"},  {"", 'x', ""},
+    const char* const cases[][3] = {
+        // before, the letter, after
+        {"a", "a", ""},   {"abc", "a", "bc"},   {"abc", "b", "ac"}, {"abc", "c", "ab"},
+        {"ab", "b", "a"}, {"abab", "b", "aab"}, {"ab", "x", "ab"},  {"", "x", ""},
     };
     for (const bool byElement : {false, true}) {
-        for (const Case& c : cases) {
+        for (const auto& [before, letter, after] : cases) {
             Letters list;
             list.LeaveDataOnExit();
-            Element other(place(c.data));
+            Element other(strchr(letters, *letter));
             Element* gone = nullptr; // the first one with the data
-            for (const char letter : c.before) {
-                EXPECT_EQ(list.Add(place(letter)), 1);
-                gone = gone == nullptr && letter == c.data ? list.tail : gone;
+            for (const char* each = before; *each != '\0'; ++each) {
+                EXPECT_EQ(list.Add(strchr(letters, *each)), 1);
+                gone = gone == nullptr && *each == *letter ? list.tail : gone;
             }
             EXPECT_EQ(byElement ? list.Del(&other) : list.Del(other.data), gone != nullptr);
-            EXPECT_EQ(contents(list), c.after);
+            EXPECT_EQ(contents(list), after);
             delete gone; // it was not released
             EXPECT_EQ(list.Del(static_cast<Element*>(nullptr)), 0);
         }
@@ -89,19 +79,15 @@ TEST(TemplLinkedList, ReleasesItsDataAsAsked) {
         list.Clear();
         list.DeleteDataOnExit();
         list.Add(new Noted{'e'});
-        EXPECT_EQ(events, "abdc");
     }
     EXPECT_EQ(events, "abdce");
-    Letters text; // the address sanitizer tells these ways apart
+    Letters text; // the address sanitizer tells whether it was freed
     text.FreeDataOnExit();
     text.Add(strdup("from malloc"));
-    text.Clear();
-    text.DeleteArrayDataOnExit();
-    text.Add(new char[2]);
 }
 
 // An element that a program puts into a list by itself.
-struct OwnElement : Letters::Element {
+struct OwnElement : Element {
     using Element::Element;
     ~OwnElement() override {
         events += '~';
@@ -126,56 +112,50 @@ TEST(TemplLinkedList, DumpsAndReleasesDerivedElements) {
 
 // The place of a virtual function in the table by which programs call it.
 template <class Function>
-std::ptrdiff_t slotOf(Function function) {
-    std::ptrdiff_t offset = 0;
+std::size_t slotOf(Function function) {
+    std::size_t offset = 0;
     memcpy(&offset, &function, sizeof offset);
-    return offset / static_cast<std::ptrdiff_t>(sizeof(void*));
+    return offset / sizeof(void*);
 }
 
 TEST(TemplLinkedList, KeepsTheOrderOfItsVirtualFunctions) {
     // The destructors take the first two.
     EXPECT_TRUE(slotOf(&Letters::Clear) == 2 && slotOf(&Letters::Add) == 3 &&
                 slotOf<signed char (Letters::*)(char*)>(&Letters::Del) == 4 &&
-                slotOf<signed char (Letters::*)(Letters::Element*)>(&Letters::Del) == 5 &&
+                slotOf<signed char (Letters::*)(Element*)>(&Letters::Del) == 5 &&
                 slotOf(&Letters::dump) == 6 && slotOf(&Letters::LeaveDataOnExit) == 7 &&
                 slotOf(&Letters::DeleteDataOnExit) == 8 &&
                 slotOf(&Letters::DeleteArrayDataOnExit) == 9 &&
-                slotOf(&Letters::FreeDataOnExit) == 10 && slotOf(&Letters::Element::dump) == 2);
+                slotOf(&Letters::FreeDataOnExit) == 10 && slotOf(&Element::dump) == 2);
 }
 
-std::string stateOf(const char* text, const QOR::TFstring& builder) {
-    return (text == nullptr ? "-" : '"' + std::string(text) + '"') + ' ' +
+// Result, text, length and capacity after an operation.
+std::string after(const QOR::TFstring& builder, int result) {
+    const char* const text = *builder.target;
+    return std::to_string(result) + ' ' + (text == nullptr ? "-" : text) + ' ' +
            std::to_string(builder.length) + '/' + std::to_string(builder.capacity);
 }
 
 TEST(TFstring, AppendsAndGrowsByTens) {
-    struct Case {
-        unsigned int initialSize;
-        std::vector<std::pair<std::string, unsigned int>> pieces; // each with the length told
-        std::string expected;                                     // text, length, capacity
-    };
-    const std::string terminated("abc", 4);
-    const Case cases[] = {
-        {0, {}, "- 0/0"},
-        {0, {{"abc", 3}}, R"("abc" 3/10)"},
-        {9, {}, R"("" 0/10)"},
-        {10, {}, R"("" 0/20)"},
-        {1, {{"abc", 3}, {"defghij", 7}}, R"("abcdefghij" 10/20)"},
-        {1, {{"01234567890123456789", 20}}, R"("01234567890123456789" 20/30)"},
-        {1, {{"abcdef", 2}, {"a", 0}}, R"("ab" 2/10)"},
-        {1, {{terminated, 6}, {"defg", 4}}, R"("abcdefg" 10/20)"}, // told more than there was
-    };
-    for (const Case& c : cases) {
-        char letter = 'x';
-        char* text = &letter; // replaced at once
-        QOR::TFstring builder(&text, c.initialSize);
-        for (const auto& [piece, told] : c.pieces) {
-            const std::vector<char> exact(piece.begin(), piece.end());
-            EXPECT_EQ(builder.Add(exact.data(), told), 1);
-        }
-        EXPECT_EQ(stateOf(text, builder), c.expected);
+    for (const auto& [initialSize, expected] :
+         {std::pair(0u, "1 - 0/0"), std::pair(9u, "1  0/10"), std::pair(10u, "1  0/20")}) {
+        char* text = letters; // replaced at once
+        const QOR::TFstring builder(&text, initialSize);
+        EXPECT_EQ(after(builder, 1), expected);
         free(text);
     }
+    char* text = nullptr;
+    QOR::TFstring builder(&text, 0);
+    EXPECT_EQ(after(builder, builder.Add("abcdef", 2)), "1 ab 2/10");
+    EXPECT_EQ(after(builder, builder.Add("a", 0)), "1 ab 2/10");
+    EXPECT_EQ(after(builder, builder.Add("cdefghi")), "1 abcdefghi 9/10");
+    EXPECT_EQ(after(builder, builder.Add("j", 1)), "1 abcdefghij 10/20");
+    EXPECT_EQ(after(builder, builder.Add("k", 3)), "1 abcdefghijk 13/20") << "the length told";
+    EXPECT_EQ(after(builder, builder.Add("12345678901234567")),
+              "1 abcdefghijk12345678901234567 30/40");
+    free(text);
+    EXPECT_EQ(builder.Add(nullptr) + builder.Add(nullptr, 1), 0);
+    EXPECT_EQ(QOR::TFstring(nullptr, 1).Add("x"), 0);
 }
 
 TEST(TFstring, StartsAfreshWhereItLostItsString) {
@@ -185,24 +165,18 @@ TEST(TFstring, StartsAfreshWhereItLostItsString) {
     for (const unsigned int extra : {0xFFFFFFFEu, 0xFFFFFFFCu, 4294967287u}) {
         EXPECT_EQ(builder.Add("abc"), 1);
         char* const lost = text;
-        EXPECT_EQ(builder.Add("x", extra), 0);
-        EXPECT_EQ(stateOf(text, builder), "- 0/0");
+        EXPECT_EQ(after(builder, builder.Add("x", extra)), "0 - 0/0");
         EXPECT_STREQ(lost, "abc");
         free(lost);
     }
     builder.Add("abc");
     text[1] = '\0'; // as callers may
-    builder.Add("xyz");
-    EXPECT_EQ(stateOf(text, builder), R"("axyz" 6/10)");
+    EXPECT_EQ(after(builder, builder.Add("xyz")), "1 axyz 6/10");
     free(std::exchange(text, nullptr)); // and this
-    builder.Add("xyz");
-    EXPECT_EQ(stateOf(text, builder), R"("xyz" 3/10)");
+    EXPECT_EQ(after(builder, builder.Add("xyz")), "1 xyz 3/10");
     memset(text, 'x', 10); // this they may not; no room and no terminator
-    builder.Add("y");
-    EXPECT_EQ(stateOf(text, builder), R"("xxxxxxxxx" 4/10)");
+    EXPECT_EQ(after(builder, builder.Add("y")), "1 xxxxxxxxx 4/10");
     free(text);
-    EXPECT_EQ(builder.Add(nullptr) + builder.Add(nullptr, 1), 0);
-    EXPECT_EQ(QOR::TFstring(nullptr, 1).Add("x"), 0);
 }
 
 } // namespace
