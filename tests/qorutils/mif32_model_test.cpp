@@ -229,7 +229,7 @@ protected:
 
 TEST_F(Mif32Model, AgreesAfterEveryOperation) {
     constexpr unsigned short ids[] = {1, 2, 0x0100, 0xFFFE};
-    for (int i = 0; i < 60000 && !HasFailure(); ++i) {
+    for (int i = 0; i < 300000 && !HasFailure(); ++i) {
         SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(i));
         if (i % 40 == 0) {
             restart();

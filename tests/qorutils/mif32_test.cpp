@@ -247,6 +247,14 @@ TEST(Mif32, Updates) {
     // Only the first one is replaced.
     EXPECT_TRUE(mif.DelEndKz() && mif.AddStr(1, "a"));
     EXPECT_EQ(after(mif, mif.UpdInt64(1, 5, 2)), "01000400050000000100010061 of 23");
+    EXPECT_EQ(bytesAfter(mif, mif.UpdStr(1, "bc", 2)), "0100040005000000010002006263");
+    mif.SetLen(5000);
+    EXPECT_FALSE(mif.UpdStr(1, "a", 1) || mif.DelOid(1)) << "what lies behind is not there";
+    // In the caller's memory the value may come from the message as well.
+    Bytes memory = unhex("01000100610200030062636400000000");
+    mif.SetExternalMem(memory.data(), 16, 12);
+    EXPECT_EQ(bytesAfter(mif, mif.UpdBin(1, mif.GetData() + 9, 3, 1)),
+              "0100030062636402000300626364");
     // Under the marker's identifier the bare marker is appended, or nothing.
     Bytes two(2);
     mif.SetExternalMem(two.data(), 2, 0);

@@ -59,6 +59,9 @@ TEST(QorMif, TakesNullPointers) {
     EXPECT_EQ(countFound(nullptr), 0);
     EXPECT_EQ(qormifGetStr(message.data(), 8, 1, nullptr, 4, 1), 0);
     EXPECT_EQ(qormifGetBinData(message.data(), 8, 1, message.data(), nullptr, 1), 0);
+    unsigned int room = 3; // no question for the size
+    EXPECT_EQ(qormifGetBinData(message.data(), 8, 1, nullptr, &room, 1), 0);
+    EXPECT_EQ(room, 0u);
 }
 
 TEST(QorMif, FormatsRanges) {
