@@ -1,0 +1,33 @@
+// RSA keys in PEM (RFC 7468), as common tools write them: "RSA PRIVATE KEY", "PRIVATE KEY",
+// "RSA PUBLIC KEY" and "PUBLIC KEY".
+#pragma once
+
+#include <cstddef>
+
+#include "rsa_key_der.h"
+
+namespace qorcrypt {
+
+// The key of a PEM text. It owns the decoded bytes, into which the parts point, and wipes them.
+class RsaPem {
+public:
+    RsaPem() = default;
+    ~RsaPem();
+    RsaPem(const RsaPem&) = delete;
+    RsaPem& operator=(const RsaPem&) = delete;
+
+    // Reads the first block of one of the four labels, private ones or public ones; text and blocks
+    // of other labels before it, and whatever stands behind it, don't matter. The text need not end
+    // with a zero byte. False where there is no such block, where it is encrypted or damaged, or
+    // where memory is short: `parts` is then untouched.
+    bool readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts);
+    bool readPublicKey(const char* text, std::size_t size, RsaKeyParts* parts);
+
+private:
+    void release();
+
+    unsigned char* der_ = nullptr;
+    std::size_t capacity_ = 0;
+};
+
+} // namespace qorcrypt
