@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+namespace qorcrypt {
+
+// Overwrites secrets that are about to be released. The empty statement claims to read the memory,
+// so that the compiler can't drop the write as one that nobody sees.
+inline void wipe(void* memory, std::size_t size) {
+    if (size == 0) {
+        return;
+    }
+    std::memset(memory, 0, size);
+    __asm__ __volatile__("" : : "r"(memory) : "memory");
+}
+
+} // namespace qorcrypt
