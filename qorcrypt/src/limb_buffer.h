@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+
+#include "limbs.h"
+#include "wipe.h"
+
+namespace qorcrypt {
+
+// Limbs in memory of its own, wiped before it is given up.
+class LimbBuffer {
+public:
+    LimbBuffer() = default;
+    LimbBuffer(const LimbBuffer&) = delete;
+    LimbBuffer& operator=(const LimbBuffer&) = delete;
+    ~LimbBuffer() {
+        release();
+    }
+
+    // Zeros. False where memory is short; there is none then.
+    bool allocate(std::size_t limbCount) {
+        release();
+        limbs = static_cast<Limb*>(std::calloc(limbCount, limbBytes));
+        count = limbs != nullptr ? limbCount : 0;
+        return limbs != nullptr;
+    }
+
+    bool copyFrom(const LimbBuffer& other) {
+        if (other.count == 0) {
+            release();
+            return true;
+        }
+        if (!allocate(other.count)) {
+            return false;
+        }
+        std::memcpy(limbs, other.limbs, count * limbBytes);
+        return true;
+    }
+
+    Limb* data() {
+        return limbs;
+    }
+    const Limb* data() const {
+        return limbs;
+    }
+    std::size_t size() const {
+        return count;
+    }
+
+private:
+    void release() {
+        wipe(limbs, count * limbBytes);
+        std::free(limbs);
+        limbs = nullptr;
+        count = 0;
+    }
+
+    Limb* limbs = nullptr;
+    std::size_t count = 0;
+};
+
+// Hands out the parts of one buffer, in order.
+class LimbParts {
+public:
+    explicit LimbParts(LimbBuffer& buffer) : next(buffer.data()) {}
+
+    Limb* take(std::size_t count) {
+        Limb* part = next;
+        next += count;
+        return part;
+    }
+
+private:
+    Limb* next;
+};
+
+} // namespace qorcrypt

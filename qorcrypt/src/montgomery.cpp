@@ -1,0 +1,152 @@
+#include "montgomery.h"
+
+namespace qorcrypt {
+namespace {
+
+// -1 / odd, by Newton's iteration: an odd number is its own inverse to three bits, and each step
+// doubles the number of right bits.
+Limb negativeInverseOf(Limb odd) {
+    Limb inverse = odd;
+    for (std::size_t bits = 3; bits < limbBits; bits *= 2) {
+        inverse *= 2 - odd * inverse;
+    }
+    return Limb{0} - inverse;
+}
+
+void doubleModulo(Limb* value, const Limb* modulus, std::size_t count, Limb* work) {
+    const Limb carry = addLimbs(value, value, value, count);
+    const Limb borrow = subtractLimbs(work, value, modulus, count);
+    selectLimbs(value, value, work, maskFromBit(borrow & ~carry & 1), count);
+}
+
+// The window of the exponent that begins at a bit; bits beyond its end are 0.
+Limb windowAt(const Limb* exponent, std::size_t count, std::size_t bit, std::size_t width) {
+    const std::size_t index = bit / limbBits;
+    const std::size_t shift = bit % limbBits;
+    Limb window = exponent[index] >> shift;
+    if (shift + width > limbBits && index + 1 < count) {
+        window |= exponent[index + 1] << (limbBits - shift);
+    }
+    return window & ((Limb{1} << width) - 1);
+}
+
+} // namespace
+
+bool Montgomery::set(const Limb* modulus, std::size_t count) {
+    LimbBuffer work;
+    if (!numbers.allocate(2 * count) || !work.allocate(2 * count)) {
+        return false;
+    }
+    limbCount = count;
+    negativeInverse = negativeInverseOf(modulus[0]);
+    std::memcpy(numbers.data(), modulus, count * limbBytes);
+    // From the highest power of two below the modulus by doubling to R * 2^count, and from there by
+    // squaring, which doubles the exponent behind R, to R * 2^(limbBits * count) = R^2.
+    Limb* value = numbers.data() + count;
+    const std::size_t topBit = bitLength(modulus, count) - 1;
+    value[topBit / limbBits] = Limb{1} << (topBit % limbBits);
+    for (std::size_t i = topBit; i < count * limbBits + count; i++) {
+        doubleModulo(value, modulus, count, work.data());
+    }
+    for (std::size_t factor = 1; factor < limbBits; factor *= 2) {
+        square(value, value, work.data());
+    }
+    return true;
+}
+
+bool Montgomery::copyFrom(const Montgomery& other) {
+    if (!numbers.copyFrom(other.numbers)) {
+        return false;
+    }
+    limbCount = other.limbCount;
+    negativeInverse = other.negativeInverse;
+    return true;
+}
+
+void Montgomery::multiply(Limb* out, const Limb* a, const Limb* b, Limb* work) const {
+    multiplyLimbs(work, a, limbCount, b, limbCount);
+    montgomeryReduce(out, work, modulus(), negativeInverse, limbCount);
+}
+
+void Montgomery::square(Limb* out, const Limb* a, Limb* work) const {
+    squareLimbs(work, a, limbCount);
+    montgomeryReduce(out, work, modulus(), negativeInverse, limbCount);
+}
+
+void Montgomery::reduceWide(Limb* out, Limb* a, Limb* work) const {
+    montgomeryReduce(out, a, modulus(), negativeInverse, limbCount);
+    multiply(out, out, squareOfR(), work);
+}
+
+// The powers 0 to tableSize - 1 of the base, in Montgomery form.
+void Montgomery::fillTable(Limb* table, const Limb* base, Limb* work) const {
+    Limb* first = table + limbCount;
+    std::memset(table, 0, limbCount * limbBytes);
+    table[0] = 1;
+    multiply(table, table, squareOfR(), work);
+    multiply(first, base, squareOfR(), work);
+    for (std::size_t i = 2; i < tableSize; i++) {
+        Limb* entry = table + i * limbCount;
+        if (i % 2 == 0) {
+            square(entry, table + i / 2 * limbCount, work);
+        } else {
+            multiply(entry, entry - limbCount, first, work);
+        }
+    }
+}
+
+// Reads every entry, so that no address tells which one is meant.
+void Montgomery::gather(Limb* out, const Limb* table, Limb index) const {
+    std::memset(out, 0, limbCount * limbBytes);
+    for (std::size_t i = 0; i < tableSize; i++) {
+        const Limb mask = maskIfZero(i ^ index);
+        const Limb* entry = table + i * limbCount;
+        for (std::size_t j = 0; j < limbCount; j++) {
+            out[j] |= entry[j] & mask;
+        }
+    }
+}
+
+void Montgomery::power(Limb* out, const Limb* base, const Limb* exponent,
+                       std::size_t exponentCount, Limb* work) const {
+    Limb* table = work + 2 * limbCount;
+    Limb* result = table + tableSize * limbCount;
+    Limb* factor = result + limbCount;
+    fillTable(table, base, work);
+    const std::size_t windows = (exponentCount * limbBits + windowBits - 1) / windowBits;
+    gather(result, table,
+           windowAt(exponent, exponentCount, (windows - 1) * windowBits, windowBits));
+    for (std::size_t i = windows - 1; i-- > 0;) {
+        for (std::size_t j = 0; j < windowBits; j++) {
+            square(result, result, work);
+        }
+        gather(factor, table, windowAt(exponent, exponentCount, i * windowBits, windowBits));
+        multiply(result, result, factor, work);
+    }
+    std::memset(factor, 0, limbCount * limbBytes);
+    factor[0] = 1;
+    multiply(out, result, factor, work);
+}
+
+void Montgomery::powerPublic(Limb* out, const Limb* base, std::uint64_t exponent,
+                             Limb* work) const {
+    Limb* first = work + 2 * limbCount;
+    Limb* result = first + limbCount;
+    multiply(first, base, squareOfR(), work);
+    std::memcpy(result, first, limbCount * limbBytes);
+    std::size_t bit = 63;
+    while (bit > 0 && (exponent >> bit & 1) == 0) {
+        bit--;
+    }
+    while (bit-- > 0) {
+        square(result, result, work);
+        // The last factor, which an odd exponent has, is the base as it came: that leaves
+        // Montgomery form as well.
+        if ((exponent >> bit & 1) != 0) {
+            multiply(result, result, bit == 0 ? base : first, work);
+        }
+    }
+    std::memcpy(out, exponent == 1 ? base : result, limbCount * limbBytes);
+}
+
+} // namespace qorcrypt
