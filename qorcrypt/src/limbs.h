@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include "constant_time.h"
+
 namespace qorcrypt {
 
 using Limb = std::size_t;
@@ -31,22 +33,6 @@ constexpr std::size_t limbsForBits(std::size_t bits) {
 
 constexpr std::size_t limbsForBytes(std::size_t bytes) {
     return (bytes + limbBytes - 1) / limbBytes;
-}
-
-// Keeps the compiler from knowing what a mask holds, and so from branching on it.
-inline Limb hidden(Limb value) {
-    __asm__("" : "+r"(value));
-    return value;
-}
-
-// All ones for 1, zero for 0.
-inline Limb maskFromBit(Limb bit) {
-    return hidden(Limb{0} - bit);
-}
-
-// All ones where the value is zero.
-inline Limb maskIfZero(Limb value) {
-    return maskFromBit((~value & (value - 1)) >> (limbBits - 1));
 }
 
 // out = a + b; the carry. The result may be an operand, here and below.
