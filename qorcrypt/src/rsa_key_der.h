@@ -8,25 +8,13 @@
 
 #include <cstddef>
 
+#include "qorcrypto_rsa.h"
+
 namespace qorcrypt {
 
-// A positive number within the input: big endian, without leading zero bytes.
-struct KeyNumber {
-    const unsigned char* bytes;
-    std::size_t size;
-};
-
-// All that a key has; a public key has n and e only, the others are null and of size 0.
-struct RsaKeyParts {
-    KeyNumber n;
-    KeyNumber e;
-    KeyNumber d;
-    KeyNumber p;
-    KeyNumber q;
-    KeyNumber dp;
-    KeyNumber dq;
-    KeyNumber qinv;
-};
+// The numbers point into the input and are positive, without leading zero bytes. A public key has n
+// and e only: the others are null and of size 0.
+using RsaKeyParts = QorRsaPrivateNumbers;
 
 // Each reads one form. False, and `parts` untouched, where the input is anything else.
 bool readPkcs1PrivateKey(const unsigned char* der, std::size_t size, RsaKeyParts* parts);

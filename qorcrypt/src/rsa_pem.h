@@ -16,14 +16,18 @@ public:
     RsaPem(const RsaPem&) = delete;
     RsaPem& operator=(const RsaPem&) = delete;
 
-    // Reads the first block of one of the four labels, private ones or public ones; text and blocks
-    // of other labels before it, and whatever stands behind it, don't matter. The text need not end
-    // with a zero byte. False where there is no such block, where it is encrypted or damaged, or
-    // where memory is short: `parts` is then untouched.
+    // Reads the first block of the first label of the two for private keys, and for public ones.
+    // Whatever else stands in the text doesn't matter; it need not end with a zero byte. False
+    // where there is no such block, where it is encrypted or damaged, or where memory is short:
+    // `parts` is then untouched. A second call ends the first one's parts.
     bool readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts);
     bool readPublicKey(const char* text, std::size_t size, RsaKeyParts* parts);
 
 private:
+    using DerReader = bool (*)(const unsigned char* der, std::size_t size, RsaKeyParts* parts);
+
+    bool readForm(const char* text, std::size_t size, const char* label, DerReader readDer,
+                  RsaKeyParts* parts);
     void release();
 
     unsigned char* der_ = nullptr;

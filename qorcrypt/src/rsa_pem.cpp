@@ -1,0 +1,165 @@
+#include "rsa_pem.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <algorithm>
+
+#include "constant_time.h"
+#include "wipe.h"
+
+namespace qorcrypt {
+
+namespace {
+
+// A piece of the text.
+struct Text {
+    const char* begin;
+    const char* end;
+};
+
+bool beginsWith(Text text, Text start) {
+    const std::ptrdiff_t size = start.end - start.begin;
+    return text.end - text.begin >= size && std::equal(start.begin, start.end, text.begin);
+}
+
+Text textOf(const char* string) {
+    return {string, string + strlen(string)};
+}
+
+const char* lineEnd(Text text) {
+    return std::find(text.begin, text.end, '\n');
+}
+
+bool isBlank(char character) {
+    return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+}
+
+// Whether the text begins with "-----BEGIN LABEL-----" or its END, on a line of its own.
+bool isBoundary(Text text, const char* keyword, const char* label) {
+    for (const char* part : {"-----", keyword, label, "-----"}) {
+        const Text expected = textOf(part);
+        if (!beginsWith(text, expected)) {
+            return false;
+        }
+        text.begin += expected.end - expected.begin;
+    }
+    return std::all_of(text.begin, lineEnd(text), isBlank);
+}
+
+// Finds the boundary at the start of a line; moves the text there, or to its end.
+bool findBoundary(Text& text, const char* keyword, const char* label) {
+    while (text.begin != text.end) {
+        if (isBoundary(text, keyword, label)) {
+            return true;
+        }
+        text.begin = std::min(lineEnd(text), text.end - 1) + 1;
+    }
+    return false;
+}
+
+// What stands between the boundaries of a label's first block.
+bool findBlock(Text text, const char* label, Text* block) {
+    if (!findBoundary(text, "BEGIN ", label)) {
+        return false;
+    }
+    text.begin = lineEnd(text);
+    const char* const begin = text.begin;
+    if (!findBoundary(text, "END ", label)) {
+        return false;
+    }
+    *block = {begin, text.begin};
+    return true;
+}
+
+constexpr std::size_t noDigit = 0xFF;
+
+// The value of a Base64 digit, by arithmetic only: a table would leave traces of the key in the
+// caches. What is no digit gives noDigit.
+std::size_t digitValue(char character) {
+    struct Range {
+        unsigned char first, last, value;
+    };
+    constexpr Range ranges[] = {
+        {'A', 'Z', 0}, {'a', 'z', 26}, {'0', '9', 52}, {'+', '+', 62}, {'/', '/', 63}};
+    const std::size_t code = static_cast<unsigned char>(character);
+    std::size_t value = noDigit;
+    for (const Range& range : ranges) {
+        const std::size_t inside = ~maskIfLess(code, range.first) & ~maskIfLess(range.last, code);
+        value = choose(inside, code - range.first + range.value, value);
+    }
+    return value;
+}
+
+// Decodes a block into `out`, which has room for three bytes for four characters. False for
+// anything but whole groups with blanks anywhere, the headers of encrypted blocks among it.
+bool decodeBlock(Text block, unsigned char* out, std::size_t* size) {
+    std::size_t bits = 0;
+    std::size_t digits = 0;
+    std::size_t pads = 0;
+    const unsigned char* const start = out;
+    for (const char* next = block.begin; next != block.end; ++next) {
+        if (isBlank(*next)) {
+            continue;
+        }
+        const bool isPad = *next == '=';
+        const std::size_t value = isPad ? 0 : digitValue(*next);
+        if (value == noDigit || (!isPad && pads != 0)) {
+            return false;
+        }
+        pads += isPad ? 1 : 0;
+        bits = bits << 6 | value;
+        if (++digits % 4 == 0) {
+            for (int shift = 16; shift >= 0; shift -= 8) {
+                *out++ = static_cast<unsigned char>(bits >> shift);
+            }
+        }
+    }
+    // The bits under the padding have to be zero (RFC 4648, section 3.5).
+    const std::size_t unused = (std::size_t{1} << (8 * pads)) - 1;
+    if (digits == 0 || digits % 4 != 0 || pads > 2 || (bits & unused) != 0) {
+        return false;
+    }
+    *size = static_cast<std::size_t>(out - start) - pads;
+    return true;
+}
+
+} // namespace
+
+RsaPem::~RsaPem() {
+    release();
+}
+
+void RsaPem::release() {
+    if (der_ != nullptr) {
+        wipe(der_, capacity_);
+        free(der_);
+        der_ = nullptr;
+    }
+}
+
+bool RsaPem::readForm(const char* text, std::size_t size, const char* label, DerReader readDer,
+                      RsaKeyParts* parts) {
+    Text block{};
+    if (!findBlock({text, text + size}, label, &block)) {
+        return false;
+    }
+    release();
+    capacity_ = static_cast<std::size_t>(block.end - block.begin) / 4 * 3;
+    der_ = static_cast<unsigned char*>(malloc(std::max(capacity_, std::size_t{1})));
+    std::size_t derSize = 0;
+    return der_ != nullptr && decodeBlock(block, der_, &derSize) && readDer(der_, derSize, parts);
+}
+
+bool RsaPem::readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts) {
+    return readForm(text, size, "RSA PRIVATE KEY", readPkcs1PrivateKey, parts) ||
+           readForm(text, size, "PRIVATE KEY", readPkcs8PrivateKey, parts);
+}
+
+bool RsaPem::readPublicKey(const char* text, std::size_t size, RsaKeyParts* parts) {
+    return readForm(text, size, "RSA PUBLIC KEY", readPkcs1PublicKey, parts) ||
+           readForm(text, size, "PUBLIC KEY", readSubjectPublicKey, parts);
+}
+
+} // namespace qorcrypt
