@@ -105,7 +105,15 @@ public:
     /** @} */
 
 private:
-    friend struct QorBigNumAccess;
+    // Gives a zero object room for that many limbs, all zero. False beyond MaxBits and some.
+    QOR_LOCAL bool allocate(std::size_t limbCount);
+    // Drops leading zero limbs.
+    QOR_LOCAL void trim();
+    // Trims a result and takes it over, unless it is too large.
+    QOR_LOCAL bool take(QorBigNum& result);
+    QOR_LOCAL static int compareMagnitudes(const QorBigNum& a, const QorBigNum& b);
+    // a + b, where b counts as negative or not as `negativeB` says.
+    QOR_LOCAL bool addSigned(const QorBigNum& a, const QorBigNum& b, bool negativeB);
 
     std::size_t* limbs;   // least significant first; null while capacity is 0
     std::size_t count;    // without leading zeros

@@ -49,7 +49,7 @@ enum class QorRsaResult : int {
     BadSignature,    /**< the signature is not the data's */
     Fault,           /**< a private result failed its check; it did not leave */
     NoRandom,        /**< the system gave no random bytes */
-    NoMemory
+    NoMemory         /**< memory is short */
 };
 
 /** A big-endian unsigned number in the caller's memory; leading zeros are allowed. */
@@ -95,26 +95,30 @@ public:
 
     /** @name Set: on any failure the key that was set before stays @{ */
 
-    /** NoKey where the other one has none; otherwise Ok, NoMemory or NoRandom. */
+    /** NoKey where the other one has none; otherwise Ok or NoMemory. */
     QorRsaResult CopyFrom(const QorRsaKey& other);
     /**
      * Sets a public key. BadKey unless n is odd and has MinBits to MaxBits bits, and e is odd,
-     * above 1, below n, and has at most MaxExponentBits bits.
+     * above 1, and has at most MaxExponentBits bits.
      */
     QorRsaResult SetPublic(const QorRsaNumber& n, const QorRsaNumber& e);
     /**
-     * Sets a private key, which is a public key as well. BadKey also unless d is below n and, where
+     * Sets a private key, which is a public key as well. BadKey also unless d is odd and below n and, where
      * the primes are there, p * q = n, e * d = 1 modulo p - 1 and q - 1, and dp, dq, qinv are what
      * their names say. That p and q are prime is not tested as such; a random number is raised to
      * e and d, and must come back, for any private key. Setting one thus costs as much as a
      * private operation; NoRandom where the system has no random bytes for it.
      */
     QorRsaResult SetPrivate(const QorRsaPrivateNumbers& numbers);
-    /** Sets an unencrypted private key from DER: RSAPrivateKey (RFC 8017, appendix A.1.2, two
-     * primes) or PrivateKeyInfo with such a key (RFC 5208). */
+    /**
+     * Sets an unencrypted key from `size` bytes of DER: RSAPrivateKey with two primes or
+     * RSAPublicKey (RFC 8017, appendix A.1), or one of them within PrivateKeyInfo (RFC 5208) or
+     * SubjectPublicKeyInfo (RFC 5280). BadEncoding for anything else, and SetPrivate's or
+     * SetPublic's results for the numbers.
+     */
     QorRsaResult LoadDer(const unsigned char* der, std::size_t size);
-    /** The same from a PEM text (RFC 7468), "RSA PRIVATE KEY" or "PRIVATE KEY", `size` characters;
-     * no terminator is needed. */
+    /** The same from a PEM text (RFC 7468) of `size` characters: the first "RSA PRIVATE KEY" or
+     * "PRIVATE KEY" in it; where there is none, the first "RSA PUBLIC KEY" or "PUBLIC KEY". */
     QorRsaResult LoadPem(const char* text, std::size_t size);
     /** Wipes the key; none is set then. */
     void Clear();

@@ -26,9 +26,12 @@ public:
         return numbers.data() + limbCount;
     }
 
-    // The limbs of `work` that multiply, square and the other short operations need, and power.
+    // The limbs of `work` that the powers need, and the other operations.
     std::size_t workSize() const {
         return 2 * limbCount;
+    }
+    std::size_t powerPublicWorkSize() const {
+        return 4 * limbCount;
     }
     std::size_t powerWorkSize() const {
         return (tableSize + 4) * limbCount;
@@ -44,7 +47,7 @@ public:
     // the exponent's limbs is walked through, leading zeros included.
     void power(Limb* out, const Limb* base, const Limb* exponent, std::size_t exponentCount,
                Limb* work) const;
-    // The same for an odd exponent that everybody may know.
+    // The same for an odd exponent that everybody may know, and a base below m.
     void powerPublic(Limb* out, const Limb* base, std::uint64_t exponent, Limb* work) const;
 
 private:
