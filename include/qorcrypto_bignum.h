@@ -78,7 +78,7 @@ public:
     bool Multiply(const QorBigNum& a, const QorBigNum& b);
     /** a * 2^bits. */
     bool ShiftLeft(const QorBigNum& a, std::size_t bits);
-    /** a / 2^bits, the magnitude rounded down: bits fall off, the sign stays unless zero is left. */
+    /** a / 2^bits, rounded towards zero. */
     bool ShiftRight(const QorBigNum& a, std::size_t bits);
     /**
      * Divides with the quotient rounded towards zero, as the language's own integers do:

@@ -1,7 +1,7 @@
 /**
  * @file qorcrypto_rsa.h
- * QorRsaKey: RSA with a public or a private key; raw, and with the padding of PKCS#1 v1.5 (RFC 8017,
- * sections 7.2, 8.2 and 9.2; block types 1 and 2 of RFC 2313, section 8.1).
+ * QorRsaKey: RSA with a public or a private key; raw, and with the padding of PKCS#1 v1.5 (RFC
+ * 8017, sections 7.2, 8.2 and 9.2; block types 1 and 2 of RFC 2313, section 8.1).
  *
  * What this is still fit for: talking to partners, and reading data, that know nothing newer.
  *
@@ -78,7 +78,8 @@ public:
     /** The smallest and the largest modulus, in bits. */
     static constexpr std::size_t MinBits = 512;
     static constexpr std::size_t MaxBits = 16384;
-    /** The largest public exponent, in bits: one beyond any in use would only make verifying slow. */
+    /** The largest public exponent, in bits: one beyond any in use would only make verifying slow.
+     */
     static constexpr std::size_t MaxExponentBits = 64;
     /** What the padding takes of a block, at the least, in bytes. */
     static constexpr std::size_t PaddingSize = 11;
@@ -103,11 +104,11 @@ public:
      */
     QorRsaResult SetPublic(const QorRsaNumber& n, const QorRsaNumber& e);
     /**
-     * Sets a private key, which is a public key as well. BadKey also unless d is odd and below n and, where
-     * the primes are there, p * q = n, e * d = 1 modulo p - 1 and q - 1, and dp, dq, qinv are what
-     * their names say. That p and q are prime is not tested as such; a random number is raised to
-     * e and d, and must come back, for any private key. Setting one thus costs as much as a
-     * private operation; NoRandom where the system has no random bytes for it.
+     * Sets a private key, which is a public key as well. BadKey also unless d is odd and below n
+     * and, where the primes are there, p * q = n, e * d = 1 modulo p - 1 and q - 1, and dp, dq,
+     * qinv are what their names say. That p and q are prime is not tested as such; a random number
+     * is raised to e and d, and must come back, for any private key. Setting one thus costs as much
+     * as a private operation; NoRandom where the system has no random bytes for it.
      */
     QorRsaResult SetPrivate(const QorRsaPrivateNumbers& numbers);
     /**
@@ -145,7 +146,8 @@ public:
 
     /** @} @name Block type 1: sign, verify, recover @{ */
 
-    /** Pads `size` bytes, at most k - PaddingSize, and applies the private key: k bytes of `out`. */
+    /** Pads `size` bytes, at most k - PaddingSize, and applies the private key: k bytes of `out`.
+     */
     QorRsaResult SignType1(const unsigned char* data, std::size_t size, unsigned char* out,
                            std::size_t outSize) const;
     /** Ok where the signature, of k bytes, is that of the data: the block that it ought to give is
@@ -193,5 +195,10 @@ public:
 
 private:
     struct State;
+
+    // Sets what `load` makes of a new state, if it succeeds.
+    template <typename Load>
+    QOR_LOCAL QorRsaResult replace(Load load);
+
     State* state;
 };

@@ -178,8 +178,7 @@ bool QorBigNum::ModInverse(const QorBigNum& a, const QorBigNum& modulus) {
     return larger.Compare(one) == 0 && Mod(largerFactor, modulus);
 }
 
-bool QorBigNum::ModExp(const QorBigNum& base, const QorBigNum& exponent,
-                       const QorBigNum& modulus) {
+bool QorBigNum::ModExp(const QorBigNum& base, const QorBigNum& exponent, const QorBigNum& modulus) {
     QorBigNum one;
     if (!one.SetWord(1) || exponent.negative || !modulus.IsOdd() || modulus.Compare(one) <= 0) {
         return false;

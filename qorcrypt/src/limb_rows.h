@@ -22,7 +22,8 @@ struct LimbKernel {
 };
 
 extern const LimbKernel portableKernel;
-// Null where the processor, or what this was compiled for, lacks the instructions. Tests replace it.
+// Null where the processor, or what this was compiled for, lacks the instructions. Tests replace
+// it.
 const LimbKernel* fastKernel();
 
 template <typename Row>
@@ -43,8 +44,8 @@ inline void doubleAndAddSquares(Limb* out, const Limb* a, std::size_t count) {
         const Limb low = out[2 * i];
         const Limb high = out[2 * i + 1];
         const DoubleLimb lowSum = DoubleLimb{(low << 1) | topBit} + lowLimb(square) + carry;
-        const DoubleLimb highSum = DoubleLimb{(high << 1) | (low >> (limbBits - 1))} +
-                                   highLimb(square) + highLimb(lowSum);
+        const DoubleLimb highSum =
+            DoubleLimb{(high << 1) | (low >> (limbBits - 1))} + highLimb(square) + highLimb(lowSum);
         topBit = high >> (limbBits - 1);
         out[2 * i] = lowLimb(lowSum);
         out[2 * i + 1] = lowLimb(highSum);

@@ -1,5 +1,6 @@
-// Arithmetic on arrays of limbs, the least significant first. Unless said otherwise a function takes
-// a time that depends on the lengths only: no branch and no address follows from a limb's value.
+// Arithmetic on arrays of limbs, the least significant first. Unless said otherwise a function
+// takes a time that depends on the lengths only: no branch and no address follows from a limb's
+// value.
 #pragma once
 
 #include <cstddef>

@@ -107,8 +107,8 @@ void Montgomery::gather(Limb* out, const Limb* table, Limb index) const {
     }
 }
 
-void Montgomery::power(Limb* out, const Limb* base, const Limb* exponent,
-                       std::size_t exponentCount, Limb* work) const {
+void Montgomery::power(Limb* out, const Limb* base, const Limb* exponent, std::size_t exponentCount,
+                       Limb* work) const {
     Limb* table = work + 2 * limbCount;
     Limb* result = table + tableSize * limbCount;
     Limb* factor = result + limbCount;

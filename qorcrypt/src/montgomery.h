@@ -43,8 +43,8 @@ public:
     void square(Limb* out, const Limb* a, Limb* work) const;
     // out = a mod m, for a number of 2 * count limbs below m * R; it is used up.
     void reduceWide(Limb* out, Limb* a, Limb* work) const;
-    // out = base^exponent mod m for a base of `count` limbs, neither in Montgomery form. Every bit of
-    // the exponent's limbs is walked through, leading zeros included.
+    // out = base^exponent mod m for a base of `count` limbs, neither in Montgomery form. Every bit
+    // of the exponent's limbs is walked through, leading zeros included.
     void power(Limb* out, const Limb* base, const Limb* exponent, std::size_t exponentCount,
                Limb* work) const;
     // The same for an odd exponent that everybody may know, and a base below m.

@@ -135,8 +135,8 @@ void RsaCore::combine(Limb* out, const Limb* modP, const Limb* modQ, Limb* work)
 }
 
 // Draws r and computes r^e and r^-1 = (r^e)^(d - 1) * r^(e - 2), since e * (d - 1) + e - 2 is
-// e * d - 2 and r^(e * d) = r. That takes no inversion, whose time would depend on r, and holds only
-// where e and d belong together.
+// e * d - 2 and r^(e * d) = r. That takes no inversion, whose time would depend on r, and holds
+// only where e and d belong together.
 QorRsaResult RsaCore::renewBlinding(Limb* work) {
     const std::size_t count = field.count();
     LimbBuffer buffer;

@@ -79,8 +79,7 @@ QorRsaResult RsaCore::setPrivate(const QorRsaPrivateNumbers& numbers) {
         return QorRsaResult::NoMemory;
     }
     // An even d has no e; the blinding rests on its being odd.
-    if (!isOdd(numbers.d) ||
-        !limbsFromBytes(d.data(), count, numbers.d.bytes, numbers.d.size) ||
+    if (!isOdd(numbers.d) || !limbsFromBytes(d.data(), count, numbers.d.bytes, numbers.d.size) ||
         lessLimbs(d.data(), field.modulus(), count) == 0) {
         return QorRsaResult::BadKey;
     }
