@@ -20,21 +20,22 @@ library_version() {
 debian_packages() {
     case $1 in
     build) echo cmake g++ ninja-build ccache ;;
-    test) echo googletest libssl-dev nginx-light nlohmann-json3-dev tinyproxy ;;
+    test) echo googletest libgmp-dev libssl-dev nginx-light nlohmann-json3-dev openssl tinyproxy ;;
     check) echo clang clang-format clang-tidy libclang-rt-14-dev llvm-14 npm shellcheck file \
         doxygen pkg-config dpkg-dev mandoc ;;
     bench) echo libbenchmark-dev pkg-config libssl-dev libglib2.0-dev libinih-dev \
-        libiniparser-dev libsimpleini-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev nginx-light ;;
+        libiniparser-dev libsimpleini-dev libmsgpack-dev libnanopb-dev libcurl4-openssl-dev \
+        libmbedtls-dev nginx-light ;;
     esac
 }
 
 homebrew_packages() {
     case $1 in
     build) echo cmake ninja ccache ;;
-    test) echo googletest nginx nlohmann-json openssl tinyproxy ;;
+    test) echo googletest gmp nginx nlohmann-json openssl tinyproxy ;;
     check) echo llvm node shellcheck doxygen mandoc pkg-config ;;
     bench) echo google-benchmark pkg-config openssl glib inih iniparser msgpack nanopb \
-        curl nginx ;;
+        curl mbedtls@2 nginx ;;
     esac
 }
 
