@@ -9,16 +9,7 @@ using namespace qorcrypt;
 
 namespace {
 
-// Adds or subtracts a single limb along the number; what is carried or borrowed out of it.
-Limb addCarry(Limb* out, const Limb* a, std::size_t count, Limb carry) {
-    for (std::size_t i = 0; i < count; i++) {
-        const DoubleLimb sum = DoubleLimb{a[i]} + carry;
-        out[i] = lowLimb(sum);
-        carry = highLimb(sum);
-    }
-    return carry;
-}
-
+// Subtracts a single limb along the number, which is large enough.
 void subtractBorrow(Limb* out, const Limb* a, std::size_t count, Limb borrow) {
     for (std::size_t i = 0; i < count; i++) {
         const DoubleLimb difference = DoubleLimb{a[i]} - borrow;

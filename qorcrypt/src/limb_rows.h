@@ -19,6 +19,8 @@ struct LimbKernel {
     void (*square)(Limb* out, const Limb* a, std::size_t count);
     // The carry out of the rows; the reduced number is in the upper half of wide.
     Limb (*reduceRows)(Limb* wide, const Limb* modulus, Limb negativeInverse, std::size_t count);
+    // out = a - b; the borrow.
+    Limb (*subtract)(Limb* out, const Limb* a, const Limb* b, std::size_t count);
 };
 
 extern const LimbKernel portableKernel;
@@ -73,11 +75,6 @@ Limb reduceByRows(Limb* wide, const Limb* modulus, Limb negativeInverse, std::si
         carry = highLimb(sum);
     }
     return carry;
-}
-
-template <typename Row>
-constexpr LimbKernel kernelOf() {
-    return {multiplyByRows<Row>, squareByRows<Row>, reduceByRows<Row>};
 }
 
 } // namespace qorcrypt

@@ -17,6 +17,16 @@ struct PortableRow {
     }
 };
 
+Limb subtractPortable(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
+    Limb borrow = 0;
+    for (std::size_t i = 0; i < count; i++) {
+        const DoubleLimb difference = DoubleLimb{a[i]} - b[i] - borrow;
+        out[i] = lowLimb(difference);
+        borrow = highLimb(difference) & 1;
+    }
+    return borrow;
+}
+
 const LimbKernel& kernel() {
     static const LimbKernel* const fast = fastKernel();
     return fast != nullptr ? *fast : portableKernel;
@@ -36,7 +46,8 @@ void doubleModulo(Limb* value, Limb bit, const Limb* modulus, std::size_t count,
 
 } // namespace
 
-const LimbKernel portableKernel = kernelOf<PortableRow>();
+const LimbKernel portableKernel = {multiplyByRows<PortableRow>, squareByRows<PortableRow>,
+                                   reduceByRows<PortableRow>, subtractPortable};
 
 Limb addLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
     Limb carry = 0;
@@ -48,14 +59,17 @@ Limb addLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
     return carry;
 }
 
-Limb subtractLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
-    Limb borrow = 0;
+Limb addCarry(Limb* out, const Limb* a, std::size_t count, Limb carry) {
     for (std::size_t i = 0; i < count; i++) {
-        const DoubleLimb difference = DoubleLimb{a[i]} - b[i] - borrow;
-        out[i] = lowLimb(difference);
-        borrow = highLimb(difference) & 1;
+        const DoubleLimb sum = DoubleLimb{a[i]} + carry;
+        out[i] = lowLimb(sum);
+        carry = highLimb(sum);
     }
-    return borrow;
+    return carry;
+}
+
+Limb subtractLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
+    return kernel().subtract(out, a, b, count);
 }
 
 Limb lessLimbs(const Limb* a, const Limb* b, std::size_t count) {

@@ -38,6 +38,8 @@ constexpr std::size_t limbsForBytes(std::size_t bytes) {
 
 // out = a + b; the carry. The result may be an operand, here and below.
 Limb addLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count);
+// out = a + carry; the carry.
+Limb addCarry(Limb* out, const Limb* a, std::size_t count, Limb carry);
 // out = a - b; the borrow.
 Limb subtractLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count);
 // 1 where a < b.

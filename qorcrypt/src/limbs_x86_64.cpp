@@ -1,4 +1,7 @@
-// The rows for x86-64 processors with MULX (BMI2) and the two carry chains of ADCX and ADOX (ADX).
+// For x86-64 processors with MULX (BMI2) and the two carry chains of ADCX and ADOX (ADX): rows of
+// any length, and blocks of eight rows of eight limbs, whose sums stay in registers. Blocks serve
+// numbers of whole blocks, as those of keys of 1,024, 2,048, 3,072 and 4,096 bits are; rows serve
+// the others.
 #include "limb_rows.h"
 
 // On the definition only: a replacement that sees the declaration has to win.
@@ -25,12 +28,12 @@
 // the register that the last step has left it in.
 #define QOR_ROW(steps, last)                                                                       \
     Limb even = carry, odd, low;                                                                   \
-    __asm__("xorl %k[low], %k[low]\n\t" steps "movl $0, %k[low]\n\t"                               \
-            "adcxq %[low], %[" #last "]\n\t"                                                       \
-            "adoxq %[low], %[" #last "]\n\t"                                                       \
-            : [even] "+&r"(even), [odd] "=&r"(odd), [low] "=&r"(low)                               \
-            : [a] "r"(a), [sum] "r"(sum), "d"(factor)                                              \
-            : "cc", "memory");                                                                     \
+    __asm__ __volatile__("xorl %k[low], %k[low]\n\t" steps "movl $0, %k[low]\n\t"                  \
+                         "adcxq %[low], %[" #last "]\n\t"                                          \
+                         "adoxq %[low], %[" #last "]\n\t"                                          \
+                         : [even] "+&r"(even), [odd] "=&r"(odd), [low] "=&r"(low)                  \
+                         : [a] "r"(a), [sum] "r"(sum), "d"(factor)                                 \
+                         : "cc", "memory");                                                        \
     return last
 
 namespace qorcrypt {
@@ -81,7 +84,204 @@ struct AdxRow {
     }
 };
 
-constexpr LimbKernel adxKernel = kernelOf<AdxRow>();
+constexpr std::size_t blockLimbs = 8;
+
+// One row of a block: r0 to r7, the sum's limbs, take the multiple of the eight limbs of `a` by
+// RDX. `finish` does away with r0 once it is complete; it then becomes the limb above r7.
+#define QOR_BLOCK_STEP(offset, to, above)                                                          \
+    "mulxq " #offset "(%[a]), %[low], %[high]\n\t"                                                 \
+    "adcxq %[low], %%" #to "\n\t"                                                                  \
+    "adoxq %[high], %%" #above "\n\t"
+
+#define QOR_BLOCK_ROW(begin, finish, r0, r1, r2, r3, r4, r5, r6, r7)                               \
+    begin "xorl %k[high], %k[high]\n\t" QOR_BLOCK_STEP(0, r0, r1) finish                           \
+        "movl $0, %%" #r0 "d\n\t" QOR_BLOCK_STEP(8, r1, r2) QOR_BLOCK_STEP(16, r2, r3)             \
+            QOR_BLOCK_STEP(24, r3, r4) QOR_BLOCK_STEP(32, r4, r5) QOR_BLOCK_STEP(40, r5, r6)       \
+                QOR_BLOCK_STEP(48, r6, r7) QOR_BLOCK_STEP(56, r7, r0) "movl $0, %k[low]\n\t"       \
+                                                                      "adcxq %[low], %%" #r0       \
+                                                                      "\n\t"
+
+// A row of a product: by the next limb of `b`.
+#define QOR_PRODUCT_ROW(offset, r0, r1, r2, r3, r4, r5, r6, r7)                                    \
+    QOR_BLOCK_ROW("movq " #offset "(%[b]), %%rdx\n\t", "movq %%" #r0 ", " #offset "(%[sum])\n\t",  \
+                  r0, r1, r2, r3, r4, r5, r6, r7)
+
+// A row of a reduction: by the factor that makes r0 zero, which is kept in its place.
+#define QOR_REDUCTION_ROW(offset, r0, r1, r2, r3, r4, r5, r6, r7)                                  \
+    QOR_BLOCK_ROW("movq %%" #r0 ", %%rdx\n\t"                                                      \
+                  "imulq %[negativeInverse], %%rdx\n\t"                                            \
+                  "movq %%rdx, " #offset "(%[sum])\n\t",                                           \
+                  "", r0, r1, r2, r3, r4, r5, r6, r7)
+
+#define QOR_EIGHT_ROWS(row)                                                                        \
+    row(0, r8, r9, r10, r11, r12, r13, r14, r15) row(8, r9, r10, r11, r12, r13, r14, r15, r8)      \
+        row(16, r10, r11, r12, r13, r14, r15, r8, r9)                                              \
+            row(24, r11, r12, r13, r14, r15, r8, r9, r10)                                          \
+                row(32, r12, r13, r14, r15, r8, r9, r10, r11)                                      \
+                    row(40, r13, r14, r15, r8, r9, r10, r11, r12)                                  \
+                        row(48, r14, r15, r8, r9, r10, r11, r12, r13)                              \
+                            row(56, r15, r8, r9, r10, r11, r12, r13, r14)
+
+#define QOR_EACH_LIMB(instruction)                                                                 \
+    instruction(0, r8) instruction(8, r9) instruction(16, r10) instruction(24, r11)                \
+        instruction(32, r12) instruction(40, r13) instruction(48, r14) instruction(56, r15)
+#define QOR_LOAD(offset, limb) "movq " #offset "(%[sum]), %%" #limb "\n\t"
+#define QOR_SUBTRACT(offset, unused)                                                               \
+    "movq " #offset "(%[a]), %[limb]\n\t"                                                          \
+    "sbbq " #offset "(%[b]), %[limb]\n\t"                                                          \
+    "movq %[limb], " #offset "(%[out])\n\t"
+#define QOR_ADD_ABOVE(offset, limb) "adcq %%" #limb ", 64+" #offset "(%[sum])\n\t"
+
+// The sum's upper eight limbs take what the rows have left in the registers, and the carry.
+#define QOR_BLOCK(row)                                                                             \
+    QOR_EACH_LIMB(QOR_LOAD)                                                                        \
+    QOR_EIGHT_ROWS(row)                                                                            \
+    "negq %[carry]\n\t" QOR_EACH_LIMB(QOR_ADD_ABOVE) "movq $0, %[carry]\n\t"                       \
+                                                     "adcq $0, %[carry]\n\t"
+
+#define QOR_BLOCK_CLOBBERS                                                                         \
+    "rdx", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15", "cc", "memory"
+
+// sum[0 .. 16) += a[0 .. 8) * b[0 .. 8), and the carry at sum[8]; the carry out of sum[15].
+inline Limb addBlock(Limb* sum, const Limb* a, const Limb* b, Limb carry) {
+    Limb low;
+    Limb high;
+    __asm__ __volatile__(QOR_BLOCK(QOR_PRODUCT_ROW)
+                         : [carry] "+m"(carry), [low] "=&r"(low), [high] "=&r"(high)
+                         : [a] "r"(a), [b] "r"(b), [sum] "r"(sum)
+                         : QOR_BLOCK_CLOBBERS);
+    return carry;
+}
+
+// Adds the multiple of a[0 .. 8) to the sum that makes its lower half zero, where the factors are
+// left instead; the carry out of sum[15].
+inline Limb reduceBlock(Limb* sum, const Limb* a, Limb negativeInverse) {
+    Limb carry = 0;
+    Limb low;
+    Limb high;
+    __asm__ __volatile__(QOR_BLOCK(QOR_REDUCTION_ROW)
+                         : [carry] "+m"(carry), [low] "=&r"(low), [high] "=&r"(high)
+                         : [a] "r"(a), [sum] "r"(sum), [negativeInverse] "m"(negativeInverse)
+                         : QOR_BLOCK_CLOBBERS);
+    return carry;
+}
+
+// out = a - b, by blocks; the borrow.
+Limb subtractBlocks(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
+    Limb borrow = 0;
+    for (std::size_t i = 0; i < count; i += blockLimbs) {
+        Limb limb;
+        __asm__ __volatile__(
+            "negq %[borrow]\n\t" QOR_EACH_LIMB(QOR_SUBTRACT) "sbbq %[borrow], %[borrow]\n\t"
+                                                             "negq %[borrow]\n\t"
+            : [borrow] "+r"(borrow), [limb] "=&r"(limb)
+            : [a] "r"(a + i), [b] "r"(b + i), [out] "r"(out + i)
+            : "cc", "memory");
+    }
+    return borrow;
+}
+
+Limb subtractAdx(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
+    return count % blockLimbs == 0 ? subtractBlocks(out, a, b, count)
+                                   : portableKernel.subtract(out, a, b, count);
+}
+
+// out = 2 * out + the squares of a's limbs, each at twice its place.
+void doubleAndAddSquaresFast(Limb* out, const Limb* a, std::size_t count) {
+    Limb low;
+    Limb high;
+    Limb sum;
+    __asm__ __volatile__("xorl %k[sum], %k[sum]\n"
+                         "1:\n\t"
+                         "movq (%[a]), %%rdx\n\t"
+                         "mulxq %%rdx, %[low], %[high]\n\t"
+                         "movq (%[out]), %[sum]\n\t"
+                         "adcxq %[sum], %[sum]\n\t"
+                         "adoxq %[low], %[sum]\n\t"
+                         "movq %[sum], (%[out])\n\t"
+                         "movq 8(%[out]), %[sum]\n\t"
+                         "adcxq %[sum], %[sum]\n\t"
+                         "adoxq %[high], %[sum]\n\t"
+                         "movq %[sum], 8(%[out])\n\t"
+                         "leaq 8(%[a]), %[a]\n\t"
+                         "leaq 16(%[out]), %[out]\n\t"
+                         "leaq -1(%[count]), %[count]\n\t"
+                         "jrcxz 2f\n\t"
+                         "jmp 1b\n"
+                         "2:\n\t"
+                         : [out] "+r"(out), [a] "+r"(a), [count] "+c"(count), [low] "=&r"(low),
+                           [high] "=&r"(high), [sum] "=&r"(sum)
+                         :
+                         : "rdx", "cc", "memory");
+}
+
+// out[0 .. 16) = the products of different limbs of a[0 .. 8), each once.
+void triangle(Limb* out, const Limb* a) {
+    std::memset(out, 0, 2 * blockLimbs * limbBytes);
+    out[8] = addFixed<7>(out + 1, a + 1, a[0], 0);
+    out[9] = addFixed<6>(out + 3, a + 2, a[1], 0);
+    out[10] = addFixed<5>(out + 5, a + 3, a[2], 0);
+    out[11] = addFixed<4>(out + 7, a + 4, a[3], 0);
+    out[12] = addFixed<3>(out + 9, a + 5, a[4], 0);
+    out[13] = addFixed<2>(out + 11, a + 6, a[5], 0);
+    out[14] = addFixed<1>(out + 13, a + 7, a[6], 0);
+}
+
+void multiplyAdx(Limb* out, const Limb* a, std::size_t aCount, const Limb* b, std::size_t bCount) {
+    if (aCount % blockLimbs != 0 || bCount % blockLimbs != 0) {
+        multiplyByRows<AdxRow>(out, a, aCount, b, bCount);
+        return;
+    }
+    std::memset(out, 0, (aCount + bCount) * limbBytes);
+    for (std::size_t j = 0; j < bCount; j += blockLimbs) {
+        Limb carry = 0;
+        for (std::size_t i = 0; i < aCount; i += blockLimbs) {
+            carry = addBlock(out + i + j, a + i, b + j, carry);
+        }
+    }
+}
+
+void squareAdx(Limb* out, const Limb* a, std::size_t count) {
+    if (count % blockLimbs != 0) {
+        squareByRows<AdxRow>(out, a, count);
+        return;
+    }
+    for (std::size_t j = 0; j < count; j += blockLimbs) {
+        triangle(out + 2 * j, a + j);
+    }
+    for (std::size_t j = 0; j < count; j += blockLimbs) {
+        Limb carry = 0;
+        for (std::size_t i = j + blockLimbs; i < count; i += blockLimbs) {
+            carry = addBlock(out + i + j, a + i, a + j, carry);
+        }
+        if (j + blockLimbs < count) {
+            Limb* above = out + count + j + blockLimbs;
+            addCarry(above, above, count - j - blockLimbs, carry);
+        }
+    }
+    doubleAndAddSquaresFast(out, a, count);
+}
+
+Limb reduceAdx(Limb* wide, const Limb* modulus, Limb negativeInverse, std::size_t count) {
+    if (count % blockLimbs != 0) {
+        return reduceByRows<AdxRow>(wide, modulus, negativeInverse, count);
+    }
+    Limb top = 0;
+    for (std::size_t j = 0; j < count; j += blockLimbs) {
+        Limb* sum = wide + j;
+        Limb carry = reduceBlock(sum, modulus, negativeInverse);
+        for (std::size_t i = blockLimbs; i < count; i += blockLimbs) {
+            carry = addBlock(sum + i, modulus + i, sum, carry);
+        }
+        // Both carries belong above the limbs that this block's rows have reached.
+        carry += top;
+        Limb* above = sum + count + blockLimbs;
+        top = j + blockLimbs < count ? addCarry(above, above, blockLimbs, carry) : carry;
+    }
+    return top;
+}
+
+constexpr LimbKernel adxKernel = {multiplyAdx, squareAdx, reduceAdx, subtractAdx};
 
 bool hasAdx() {
     constexpr unsigned int bmi2AndAdx = 1U << 8 | 1U << 19;

@@ -95,14 +95,28 @@ void Montgomery::fillTable(Limb* table, const Limb* base, Limb* work) const {
     }
 }
 
-// Reads every entry, so that no address tells which one is meant.
+// Reads every entry, so that no address tells which one is meant. Some limbs at a time, so that
+// their sums stay in registers.
 void Montgomery::gather(Limb* out, const Limb* table, Limb index) const {
-    std::memset(out, 0, limbCount * limbBytes);
+    constexpr std::size_t atOnce = 8;
+    Limb masks[tableSize];
     for (std::size_t i = 0; i < tableSize; i++) {
-        const Limb mask = maskIfZero(i ^ index);
-        const Limb* entry = table + i * limbCount;
-        for (std::size_t j = 0; j < limbCount; j++) {
-            out[j] |= entry[j] & mask;
+        masks[i] = maskIfEqual(i, index);
+    }
+    std::size_t at = 0;
+    for (; at + atOnce <= limbCount; at += atOnce) {
+        Limb sums[atOnce] = {};
+        for (std::size_t i = 0; i < tableSize; i++) {
+            for (std::size_t j = 0; j < atOnce; j++) {
+                sums[j] |= table[i * limbCount + at + j] & masks[i];
+            }
+        }
+        std::memcpy(out + at, sums, sizeof sums);
+    }
+    for (; at < limbCount; at++) {
+        out[at] = 0;
+        for (std::size_t i = 0; i < tableSize; i++) {
+            out[at] |= table[i * limbCount + at] & masks[i];
         }
     }
 }
