@@ -126,43 +126,62 @@ constexpr std::size_t blockLimbs = 8;
     instruction(0, r8) instruction(8, r9) instruction(16, r10) instruction(24, r11)                \
         instruction(32, r12) instruction(40, r13) instruction(48, r14) instruction(56, r15)
 #define QOR_LOAD(offset, limb) "movq " #offset "(%[sum]), %%" #limb "\n\t"
+#define QOR_ADD(offset, limb) "adcq " #offset "(%[sum]), %%" #limb "\n\t"
+#define QOR_ADD_TO(offset, limb) "adcq %%" #limb ", " #offset "(%[sum])\n\t"
 #define QOR_SUBTRACT(offset, unused)                                                               \
     "movq " #offset "(%[a]), %[limb]\n\t"                                                          \
     "sbbq " #offset "(%[b]), %[limb]\n\t"                                                          \
     "movq %[limb], " #offset "(%[out])\n\t"
-#define QOR_ADD_ABOVE(offset, limb) "adcq %%" #limb ", 64+" #offset "(%[sum])\n\t"
 
-// The sum's upper eight limbs take what the rows have left in the registers, and the carry.
-#define QOR_BLOCK(row)                                                                             \
+// With the carry, and keeping the one that comes out.
+#define QOR_WITH_CARRY(instructions)                                                               \
+    "negq %[carry]\n\t" instructions "movq $0, %[carry]\n\t"                                       \
+    "adcq $0, %[carry]\n\t"
+
+// Blocks from `a` to `end`, by the same eight factors: what the rows of one leave in the registers
+// goes with the sum's next eight limbs into the next one. `first` is what the first block has
+// instead of the rows of a product.
+#define QOR_BLOCKS(first)                                                                          \
     QOR_EACH_LIMB(QOR_LOAD)                                                                        \
-    QOR_EIGHT_ROWS(row)                                                                            \
-    "negq %[carry]\n\t" QOR_EACH_LIMB(QOR_ADD_ABOVE) "movq $0, %[carry]\n\t"                       \
-                                                     "adcq $0, %[carry]\n\t"
+    first "1:\n\t" QOR_EIGHT_ROWS(QOR_PRODUCT_ROW) "2:\n\t"                                        \
+                                                   "leaq 64(%[a]), %[a]\n\t"                       \
+                                                   "leaq 64(%[sum]), %[sum]\n\t"                   \
+                                                   "cmpq %[end], %[a]\n\t"                         \
+                                                   "je 3f\n\t" QOR_WITH_CARRY(QOR_EACH_LIMB(       \
+                                                       QOR_ADD)) "jmp 1b\n"                        \
+                                                                 "3:\n\t" QOR_WITH_CARRY(          \
+                                                                     QOR_EACH_LIMB(QOR_ADD_TO))
 
 #define QOR_BLOCK_CLOBBERS                                                                         \
     "rdx", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15", "cc", "memory"
 
-// sum[0 .. 16) += a[0 .. 8) * b[0 .. 8), and the carry at sum[8]; the carry out of sum[15].
-inline Limb addBlock(Limb* sum, const Limb* a, const Limb* b, Limb carry) {
-    Limb low;
-    Limb high;
-    __asm__ __volatile__(QOR_BLOCK(QOR_PRODUCT_ROW)
-                         : [carry] "+m"(carry), [low] "=&r"(low), [high] "=&r"(high)
-                         : [a] "r"(a), [b] "r"(b), [sum] "r"(sum)
-                         : QOR_BLOCK_CLOBBERS);
-    return carry;
-}
-
-// Adds the multiple of a[0 .. 8) to the sum that makes its lower half zero, where the factors are
-// left instead; the carry out of sum[15].
-inline Limb reduceBlock(Limb* sum, const Limb* a, Limb negativeInverse) {
+// sum[0 .. count + 8) += a[0 .. count) * b[0 .. 8); the carry. There is one block at least.
+Limb addBlocks(Limb* sum, const Limb* a, std::size_t count, const Limb* b) {
+    const Limb* const end = a + count;
     Limb carry = 0;
     Limb low;
     Limb high;
-    __asm__ __volatile__(QOR_BLOCK(QOR_REDUCTION_ROW)
-                         : [carry] "+m"(carry), [low] "=&r"(low), [high] "=&r"(high)
-                         : [a] "r"(a), [sum] "r"(sum), [negativeInverse] "m"(negativeInverse)
-                         : QOR_BLOCK_CLOBBERS);
+    __asm__ __volatile__(
+        QOR_BLOCKS("")
+        : [a] "+&r"(a), [sum] "+&r"(sum), [carry] "+m"(carry), [low] "=&r"(low), [high] "=&r"(high)
+        : [b] "r"(b), [end] "m"(end)
+        : QOR_BLOCK_CLOBBERS);
+    return carry;
+}
+
+// Adds the multiple of a[0 .. count) to sum[0 .. count + 8) that makes the lowest eight limbs zero,
+// where the factors are left instead; the carry.
+Limb reduceBlocks(Limb* sum, const Limb* a, std::size_t count, Limb negativeInverse) {
+    const Limb* const end = a + count;
+    const Limb* const factors = sum;
+    Limb carry = 0;
+    Limb low;
+    Limb high;
+    __asm__ __volatile__(
+        QOR_BLOCKS(QOR_EIGHT_ROWS(QOR_REDUCTION_ROW) "jmp 2f\n")
+        : [a] "+&r"(a), [sum] "+&r"(sum), [carry] "+m"(carry), [low] "=&r"(low), [high] "=&r"(high)
+        : [b] "r"(factors), [end] "m"(end), [negativeInverse] "m"(negativeInverse)
+        : QOR_BLOCK_CLOBBERS);
     return carry;
 }
 
@@ -174,7 +193,7 @@ Limb subtractBlocks(Limb* out, const Limb* a, const Limb* b, std::size_t count) 
         __asm__ __volatile__(
             "negq %[borrow]\n\t" QOR_EACH_LIMB(QOR_SUBTRACT) "sbbq %[borrow], %[borrow]\n\t"
                                                              "negq %[borrow]\n\t"
-            : [borrow] "+r"(borrow), [limb] "=&r"(limb)
+            : [borrow] "+&r"(borrow), [limb] "=&r"(limb)
             : [a] "r"(a + i), [b] "r"(b + i), [out] "r"(out + i)
             : "cc", "memory");
     }
@@ -209,7 +228,7 @@ void doubleAndAddSquaresFast(Limb* out, const Limb* a, std::size_t count) {
                          "jrcxz 2f\n\t"
                          "jmp 1b\n"
                          "2:\n\t"
-                         : [out] "+r"(out), [a] "+r"(a), [count] "+c"(count), [low] "=&r"(low),
+                         : [out] "+&r"(out), [a] "+&r"(a), [count] "+&c"(count), [low] "=&r"(low),
                            [high] "=&r"(high), [sum] "=&r"(sum)
                          :
                          : "rdx", "cc", "memory");
@@ -234,10 +253,7 @@ void multiplyAdx(Limb* out, const Limb* a, std::size_t aCount, const Limb* b, st
     }
     std::memset(out, 0, (aCount + bCount) * limbBytes);
     for (std::size_t j = 0; j < bCount; j += blockLimbs) {
-        Limb carry = 0;
-        for (std::size_t i = 0; i < aCount; i += blockLimbs) {
-            carry = addBlock(out + i + j, a + i, b + j, carry);
-        }
+        addBlocks(out + j, a, aCount, b + j);
     }
 }
 
@@ -249,15 +265,10 @@ void squareAdx(Limb* out, const Limb* a, std::size_t count) {
     for (std::size_t j = 0; j < count; j += blockLimbs) {
         triangle(out + 2 * j, a + j);
     }
-    for (std::size_t j = 0; j < count; j += blockLimbs) {
-        Limb carry = 0;
-        for (std::size_t i = j + blockLimbs; i < count; i += blockLimbs) {
-            carry = addBlock(out + i + j, a + i, a + j, carry);
-        }
-        if (j + blockLimbs < count) {
-            Limb* above = out + count + j + blockLimbs;
-            addCarry(above, above, count - j - blockLimbs, carry);
-        }
+    for (std::size_t j = 0; j + blockLimbs < count; j += blockLimbs) {
+        const std::size_t next = j + blockLimbs;
+        const Limb carry = addBlocks(out + next + j, a + next, count - next, a + j);
+        addCarry(out + count + next, out + count + next, count - next, carry);
     }
     doubleAndAddSquaresFast(out, a, count);
 }
@@ -269,12 +280,8 @@ Limb reduceAdx(Limb* wide, const Limb* modulus, Limb negativeInverse, std::size_
     Limb top = 0;
     for (std::size_t j = 0; j < count; j += blockLimbs) {
         Limb* sum = wide + j;
-        Limb carry = reduceBlock(sum, modulus, negativeInverse);
-        for (std::size_t i = blockLimbs; i < count; i += blockLimbs) {
-            carry = addBlock(sum + i, modulus + i, sum, carry);
-        }
         // Both carries belong above the limbs that this block's rows have reached.
-        carry += top;
+        const Limb carry = top + reduceBlocks(sum, modulus, count, negativeInverse);
         Limb* above = sum + count + blockLimbs;
         top = j + blockLimbs < count ? addCarry(above, above, blockLimbs, carry) : carry;
     }
