@@ -124,15 +124,14 @@ bool QorBigNum::SetHex(const char* text) {
     }
     const bool minus = *text == '-';
     const char* digits = minus ? text + 1 : text;
-    if (*digits == 0) {
-        return false;
-    }
     while (digits[0] == '0' && digits[1] != 0) {
         digits++;
     }
     const std::size_t length = strnlen(digits, MaxBits / 4 + 1);
     QorBigNum result;
-    if (length > MaxBits / 4 || !result.allocate(limbsForBits(length * 4))) {
+    // A text without digits needs no limbs.
+    if (length > MaxBits / 4 || !result.allocate(limbsForBits(length * 4)) ||
+        result.limbs == nullptr) {
         return false;
     }
     for (std::size_t i = 0; i < length; i++) {

@@ -32,11 +32,11 @@ QorRsaResult QorRsaKey::EncryptType2(const unsigned char* data, std::size_t size
 QorRsaResult QorRsaKey::DecryptType2(const unsigned char* in, std::size_t inSize,
                                      unsigned char* out, std::size_t outSize,
                                      std::size_t* dataSize) const {
-    if (dataSize != nullptr) {
-        *dataSize = 0;
+    if (dataSize == nullptr) {
+        return QorRsaResult::BadArgument;
     }
-    const QorRsaResult call =
-        checkCall(state, KeyUse::isPrivate, {in, out, dataSize}, inSize, ModulusSize());
+    *dataSize = 0;
+    const QorRsaResult call = checkCall(state, KeyUse::isPrivate, {in, out}, inSize, ModulusSize());
     if (call != QorRsaResult::Ok) {
         return call;
     }

@@ -75,12 +75,13 @@ QorRsaResult QorRsaKey::VerifyType1(const unsigned char* data, std::size_t size,
 QorRsaResult QorRsaKey::RecoverType1(const unsigned char* signature, std::size_t signatureSize,
                                      unsigned char* out, std::size_t outSize,
                                      std::size_t* dataSize) const {
-    if (dataSize != nullptr) {
-        *dataSize = 0;
+    if (dataSize == nullptr) {
+        return QorRsaResult::BadArgument;
     }
+    *dataSize = 0;
     const QorRsaResult call =
-        checkCall(state, KeyUse::isPublic, {signature, dataOrEmpty(out, outSize), dataSize},
-                  signatureSize, ModulusSize());
+        checkCall(state, KeyUse::isPublic, {signature, dataOrEmpty(out, outSize)}, signatureSize,
+                  ModulusSize());
     if (call != QorRsaResult::Ok) {
         return call;
     }
