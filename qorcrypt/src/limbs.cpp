@@ -1,5 +1,7 @@
 #include "limbs.h"
 
+#include <algorithm>
+
 #include "limb_rows.h"
 
 namespace qorcrypt {
@@ -142,7 +144,7 @@ void remainderLimbs(Limb* out, const Limb* a, std::size_t aCount, const Limb* mo
 }
 
 bool limbsFromBytes(Limb* out, std::size_t count, const unsigned char* bytes, std::size_t size) {
-    std::memset(out, 0, count * limbBytes);
+    std::fill_n(out, count, Limb{0});
     unsigned char excess = 0;
     for (std::size_t i = 0; i < size; i++) {
         const unsigned char byte = bytes[size - 1 - i];

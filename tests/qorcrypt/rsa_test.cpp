@@ -89,61 +89,55 @@ TEST(RsaKey, raisesAsGmpDoes) {
 
 TEST(RsaKey, refusesNumbersThatMakeNoKey) {
     const RsaNumbers good = plainNumbers();
-    const Bytes missing;
+    const Result ok = Result::Ok;
+    const Result bad = Result::BadKey;
+    using Numbers = RsaNumbers;
     const struct {
         const char* name;
-        std::function<void(RsaNumbers&)> change;
+        std::function<void(Numbers&)> change;
         Result withPrimes;
         Result withoutPrimes;
     } rows[] = {
-        {"unchanged", [](RsaNumbers&) {}, Result::Ok, Result::Ok},
-        {"leading zeros", [](RsaNumbers& k) { k.n.insert(k.n.begin(), 100, 0); }, Result::Ok,
-         Result::Ok},
-        {"n missing", [&](RsaNumbers& k) { k.n = missing; }, Result::BadKey, Result::BadKey},
-        {"n even", [](RsaNumbers& k) { k.n.back() ^= 1; }, Result::BadKey, Result::BadKey},
-        {"n another", [](RsaNumbers& k) { k.n.back() ^= 2; }, Result::BadKey, Result::BadKey},
-        {"n of 511 bits", [](RsaNumbers& k) { k.n = Bytes(64, 0x7f); }, Result::BadKey,
-         Result::BadKey},
-        {"n of 16,385 bits", [](RsaNumbers& k) { k.n = Bytes(2049, 1); }, Result::BadKey,
-         Result::BadKey},
-        {"e missing", [&](RsaNumbers& k) { k.e = missing; }, Result::BadKey, Result::BadKey},
-        {"e = 0", [](RsaNumbers& k) { k.e = {0}; }, Result::BadKey, Result::BadKey},
-        {"e = 1", [](RsaNumbers& k) { k.e = {1}; }, Result::BadKey, Result::BadKey},
-        {"e = 1 = d", [](RsaNumbers& k) { k.e = k.d = k.dp = k.dq = {1}; }, Result::BadKey,
-         Result::BadKey},
-        {"e even", [](RsaNumbers& k) { k.e = {4}; }, Result::BadKey, Result::BadKey},
-        {"e another", [](RsaNumbers& k) { k.e = {3}; }, Result::BadKey, Result::BadKey},
-        {"e of 65 bits", [](RsaNumbers& k) { k.e = Bytes(9, 1); }, Result::BadKey, Result::BadKey},
-        {"d missing", [&](RsaNumbers& k) { k.d = missing; }, Result::BadKey, Result::BadKey},
-        {"d even", [](RsaNumbers& k) { k.d.back() ^= 1; }, Result::BadKey, Result::BadKey},
-        {"d another", [](RsaNumbers& k) { k.d.back() ^= 2; }, Result::BadKey, Result::BadKey},
-        {"d = n", [](RsaNumbers& k) { k.d = k.n; }, Result::BadKey, Result::BadKey},
-        {"d too long", [](RsaNumbers& k) { k.d.insert(k.d.begin(), 200, 1); }, Result::BadKey,
-         Result::BadKey},
-        {"p missing", [&](RsaNumbers& k) { k.p = missing; }, Result::BadKey, Result::Ok},
-        {"p another", [](RsaNumbers& k) { k.p.back() ^= 2; }, Result::BadKey, Result::Ok},
-        {"p even", [](RsaNumbers& k) { k.p.back() ^= 1; }, Result::BadKey, Result::Ok},
-        {"p = 1, q = n", [](RsaNumbers& k) { k.p = {1}, k.q = k.n; }, Result::BadKey, Result::Ok},
-        {"p larger than n", [](RsaNumbers& k) { k.p = Bytes(300, 0xff); }, Result::BadKey,
-         Result::Ok},
-        {"p and q exchanged", [](RsaNumbers& k) { std::swap(k.p, k.q); }, Result::BadKey,
-         Result::Ok},
-        {"p and q short", [](RsaNumbers& k) { k.p = k.q = {3}; }, Result::BadKey, Result::Ok},
-        {"q missing", [&](RsaNumbers& k) { k.q = missing; }, Result::BadKey, Result::Ok},
-        {"q another", [](RsaNumbers& k) { k.q.back() ^= 2; }, Result::BadKey, Result::Ok},
-        {"dp missing", [&](RsaNumbers& k) { k.dp = missing; }, Result::BadKey, Result::Ok},
-        {"dp another", [](RsaNumbers& k) { k.dp.back() ^= 2; }, Result::BadKey, Result::Ok},
-        {"dp too long", [](RsaNumbers& k) { k.dp.insert(k.dp.begin(), 99, 1); }, Result::BadKey,
-         Result::Ok},
-        {"dq another", [](RsaNumbers& k) { k.dq.back() ^= 2; }, Result::BadKey, Result::Ok},
-        {"qinv another", [](RsaNumbers& k) { k.qinv.back() ^= 1; }, Result::BadKey, Result::Ok},
+        {"unchanged", [](Numbers&) {}, ok, ok},
+        {"leading zeros", [](Numbers& k) { k.n.insert(k.n.begin(), 100, 0); }, ok, ok},
+        {"n missing", [](Numbers& k) { k.n = {}; }, bad, bad},
+        {"n even", [](Numbers& k) { k.n.back() ^= 1; }, bad, bad},
+        {"n another", [](Numbers& k) { k.n.back() ^= 2; }, bad, bad},
+        {"n of 511 bits", [](Numbers& k) { k.n = Bytes(64, 0x7f); }, bad, bad},
+        {"n of 16,385 bits", [](Numbers& k) { k.n = Bytes(2049, 1); }, bad, bad},
+        {"e missing", [](Numbers& k) { k.e = {}; }, bad, bad},
+        {"e = 0", [](Numbers& k) { k.e = {0}; }, bad, bad},
+        {"e = 1", [](Numbers& k) { k.e = {1}; }, bad, bad},
+        {"e = 1 = d", [](Numbers& k) { k.e = k.d = k.dp = k.dq = {1}; }, bad, bad},
+        {"e even", [](Numbers& k) { k.e = {4}; }, bad, bad},
+        {"e another", [](Numbers& k) { k.e = {3}; }, bad, bad},
+        {"e of 65 bits", [](Numbers& k) { k.e = Bytes(9, 1); }, bad, bad},
+        {"d missing", [](Numbers& k) { k.d = {}; }, bad, bad},
+        {"d even", [](Numbers& k) { k.d.back() ^= 1; }, bad, bad},
+        {"d another", [](Numbers& k) { k.d.back() ^= 2; }, bad, bad},
+        {"d = n", [](Numbers& k) { k.d = k.n; }, bad, bad},
+        {"d too long", [](Numbers& k) { k.d.insert(k.d.begin(), 200, 1); }, bad, bad},
+        {"p missing", [](Numbers& k) { k.p = {}; }, bad, ok},
+        {"p another", [](Numbers& k) { k.p.back() ^= 2; }, bad, ok},
+        {"p even", [](Numbers& k) { k.p.back() ^= 1; }, bad, ok},
+        {"p = 1, q = n", [](Numbers& k) { k.p = {1}, k.q = k.n; }, bad, ok},
+        {"p larger than n", [](Numbers& k) { k.p = Bytes(300, 0xff); }, bad, ok},
+        {"p and q exchanged", [](Numbers& k) { std::swap(k.p, k.q); }, bad, ok},
+        {"p and q short", [](Numbers& k) { k.p = k.q = {3}; }, bad, ok},
+        {"q missing", [](Numbers& k) { k.q = {}; }, bad, ok},
+        {"q another", [](Numbers& k) { k.q.back() ^= 2; }, bad, ok},
+        {"dp missing", [](Numbers& k) { k.dp = {}; }, bad, ok},
+        {"dp another", [](Numbers& k) { k.dp.back() ^= 2; }, bad, ok},
+        {"dp too long", [](Numbers& k) { k.dp.insert(k.dp.begin(), 99, 1); }, bad, ok},
+        {"dq another", [](Numbers& k) { k.dq.back() ^= 2; }, bad, ok},
+        {"qinv another", [](Numbers& k) { k.qinv.back() ^= 1; }, bad, ok},
         {"qinv not reduced",
-         [](RsaNumbers& k) {
+         [](Numbers& k) {
              GmpNumber sum = numberOf(k.qinv);
              mpz_add(sum, sum, numberOf(k.p));
              k.qinv = sum.bytes();
          },
-         Result::BadKey, Result::Ok},
+         bad, ok},
     };
     for (const auto& row : rows) {
         QorRsaKey key;
