@@ -301,7 +301,7 @@ TEST_F(NamedSemaphores, KeepProcessesAndThreadsApart) {
         });
         QorOsMutexClose(mutex);
         // Handles come and go while others hold theirs, and an event lets one process pass a time.
-        for (int i = 0; i < 500; ++i) {
+        for (int i = 0; i < 1500; ++i) {
             QorOsEvent* own = nullptr;
             EXPECT_EQ(gives ? QorOsEventOpen(&own, key + 1) : QorOsEventCreate(&own, key + 1), 1u);
             gives ? QorOsEventReset(own) : QorOsEventWait(own, QOR_INFINITE, nullptr);
