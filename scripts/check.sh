@@ -3,6 +3,7 @@
 # format scripts release tidy symbols package docs asan tsan fuzz macos
 set -euo pipefail
 . "$(dirname "$0")/lib/setup.sh"
+. "$(dirname "$0")/lib/fuzz.sh"
 
 fuzz_seconds=20
 
@@ -71,21 +72,7 @@ check_tsan() {
 }
 
 check_fuzz() {
-    build_preset fuzz
-    local target parser
-    for target in fuzz/fuzz_*.cpp; do
-        parser=$(basename "$target" .cpp)
-        parser=${parser#fuzz_}
-        say "fuzzing $parser"
-        mkdir -p "build/fuzz/corpus/$parser"
-        "build/fuzz/fuzz/fuzz_$parser" -max_total_time=$fuzz_seconds -timeout=10 -print_final_stats=1 \
-            -artifact_prefix="build/fuzz/$parser-" \
-            "build/fuzz/corpus/$parser" "fuzz/corpus/$parser" >"build/fuzz/$parser.log" 2>&1 || {
-            tail -n 60 "build/fuzz/$parser.log" >&2
-            fail "fuzz target $parser found something"
-        }
-        grep -E 'number_of_executed_units' "build/fuzz/$parser.log"
-    done
+    fuzz_all "$fuzz_seconds"
 }
 
 # The tool chain for the cross-builds comes from the npm registry and stays under build/.
