@@ -25,9 +25,11 @@ inline Outcome runShell(const std::string& line) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
+#if defined(QORMON_TOOL)
 inline Outcome run(const std::string& arguments) {
     return runShell("'" QORMON_TOOL "' " + arguments);
 }
+#endif
 
 // An answer of a server, with the length of its body.
 inline std::string answer(const char* status, const std::string& body) {

@@ -1,0 +1,30 @@
+// The programs that the families' pages show, which print what the pages say.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "temp_directory.h"
+#include "tool_run.h"
+
+namespace {
+
+void expectOutput(const std::string& program, const std::string& arguments = "") {
+    SCOPED_TRACE(program);
+    const support::TempDirectory directory;
+    const std::string path = QORMON_EXAMPLES "/" + program;
+    const Outcome outcome = runShell("cd " + directory.path() + " && '" + path + "' " + arguments);
+    const Outcome expected = runShell("cat '" + path + ".expected'");
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.output, expected.output);
+}
+
+// The page says what becomes of the file.
+TEST(FamilyPrograms, EditAFile) {
+    const support::TempDirectory directory;
+    std::string text = runShell("cat " QORMON_EXAMPLE_SOURCES "/service.conf").output;
+    directory.write("service.conf", text);
+    expectOutput("configuration", directory.path("service.conf"));
+    EXPECT_EQ(directory.read("service.conf"), filled(text, "8080", "8081"));
+}
+
+} // namespace
