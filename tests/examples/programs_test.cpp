@@ -18,6 +18,12 @@ void expectOutput(const std::string& program, const std::string& arguments = "")
     EXPECT_EQ(outcome.output, expected.output);
 }
 
+TEST(FamilyPrograms, PrintWhatTheirPagesSay) {
+    for (const char* program : {"messages"}) {
+        expectOutput(program);
+    }
+}
+
 // The page says what becomes of the file.
 TEST(FamilyPrograms, EditAFile) {
     const support::TempDirectory directory;
