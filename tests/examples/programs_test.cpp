@@ -19,7 +19,7 @@ void expectOutput(const std::string& program, const std::string& arguments = "")
 }
 
 TEST(FamilyPrograms, PrintWhatTheirPagesSay) {
-    for (const char* program : {"messages"}) {
+    for (const char* program : {"messages", "addresses"}) {
         expectOutput(program);
     }
 }
