@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "environment.h"
+#include "real_servers.h"
 #include "temp_directory.h"
 #include "tool_run.h"
 
@@ -31,6 +33,16 @@ TEST(FamilyPrograms, EditAFile) {
     directory.write("service.conf", text);
     expectOutput("configuration", directory.path("service.conf"));
     EXPECT_EQ(directory.read("service.conf"), filled(text, "8080", "8081"));
+}
+
+TEST(FamilyPrograms, AskAServer) {
+    support::Nginx nginx;
+    nginx.addFile("news.txt", "What is new\n");
+    if (!nginx.start()) {
+        QOR_SKIP_OR_FAIL(nginx.problem());
+    }
+    expectOutput("network", nginx.url("/news.txt") + " news.txt");
+    expectOutput("network_c", nginx.url("/news.txt") + " news.txt");
 }
 
 } // namespace
