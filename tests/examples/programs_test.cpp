@@ -30,7 +30,7 @@ void expectOutput(const std::string& program, const std::string& arguments = "")
 }
 
 TEST(FamilyPrograms, PrintWhatTheirPagesSay) {
-    for (const char* program : {"messages", "addresses", "os_layer", "utilities"}) {
+    for (const char* program : {"messages", "addresses", "os_layer", "utilities", "cryptography"}) {
         expectOutput(program);
     }
 }
