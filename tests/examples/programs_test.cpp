@@ -47,11 +47,17 @@ TEST(FamilyPrograms, EditAFile) {
 TEST(FamilyPrograms, AskAServer) {
     support::Nginx nginx;
     nginx.addFile("news.txt", "What is new\n");
+    nginx.addFile("client.pkg", std::string(9000, 'x'));
     if (!nginx.start()) {
         QOR_SKIP_OR_FAIL(nginx.problem());
     }
+    nginx.addFile("update.cfg",
+                  "[Language 2]\nProductName = Example Client\nBuild = 1204\nFilesize = 9000\n"
+                  "UrlDownload = " +
+                      nginx.url("/client.pkg") + "\n");
     expectOutput("network", nginx.url("/news.txt") + " news.txt");
     expectOutput("network_c", nginx.url("/news.txt") + " news.txt");
+    expectOutput("updates", nginx.url("/update.cfg") + " client.pkg");
 }
 
 } // namespace
