@@ -63,9 +63,9 @@ endif()
 # What a person reads, placed so that the links between the texts hold.
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME ${notice_name})
-install(FILES
-    docs/config-format.md
-    docs/kept-behaviours.md
-    docs/mif32-format.md
-    docs/system-v.md
-    DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+file(GLOB examples CONFIGURE_DEPENDS
+    ${PROJECT_SOURCE_DIR}/examples/*.c ${PROJECT_SOURCE_DIR}/examples/*.cpp
+    ${PROJECT_SOURCE_DIR}/examples/*.conf)
+install(FILES ${examples} DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
