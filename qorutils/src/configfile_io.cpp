@@ -21,6 +21,15 @@ constexpr std::size_t transferSize = std::size_t{1} << 30;
 // does not become the process's own.
 constexpr int openFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
+// A file on a network can make opening it wait, which a signal must not cut short.
+int openUninterrupted(const char* path, int flags) {
+    int fd;
+    do {
+        fd = filecalls::openFile(path, flags | openFlags);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
 // -1 for what is neither a regular file nor a character device.
 off_t sizeOf(int fd) {
     struct stat status;
@@ -53,7 +62,7 @@ bool writeAll(int fd, const char* bytes, std::size_t size) {
 } // namespace
 
 int openToRead(const char* path, off_t* size) {
-    const int fd = filecalls::openFile(path, O_RDONLY | openFlags);
+    const int fd = openUninterrupted(path, O_RDONLY);
     if (fd < 0) {
         return -1;
     }
@@ -83,7 +92,7 @@ ssize_t readAll(int fd, void* buffer, std::size_t size) {
 }
 
 Written writeFile(const char* path, const void* bytes, std::size_t size) {
-    const int fd = filecalls::openFile(path, O_WRONLY | O_CREAT | O_TRUNC | openFlags);
+    const int fd = openUninterrupted(path, O_WRONLY | O_CREAT | O_TRUNC);
     if (fd < 0) {
         return Written::notOpened;
     }
