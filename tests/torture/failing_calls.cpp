@@ -1,0 +1,148 @@
+#include "failing_calls.h"
+
+#include <sys/mman.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "loopback.h"
+#include "wrapped_calls.h"
+
+namespace torture {
+
+namespace {
+
+// More calls than any operation makes.
+constexpr int mostCalls = 300;
+
+// What wrappers and tests share, also with forked processes.
+struct State {
+    std::atomic<const char*> call{""};
+    std::atomic<int> error{0};
+    std::atomic<int> left{0}; // calls until the one that fails; 0 or less once it has failed
+    std::atomic<int> throwing{0};
+};
+
+State& state() {
+    static State* const shared = new (mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE,
+                                           MAP_SHARED | MAP_ANONYMOUS, -1, 0)) State;
+    return *shared;
+}
+
+thread_local bool inOperation = false;
+
+// The live allocations of operations, which other threads may release.
+constexpr std::size_t mostAllocations = 256;
+std::atomic<void*> live[mostAllocations];
+std::atomic<int> liveCount{0};
+
+class Operation {
+public:
+    Operation(const Fault& fault, int n) {
+        state().call = fault.call;
+        state().error = fault.error;
+        state().left = n;
+        state().throwing = 0;
+        errno = 0;
+        inOperation = true;
+    }
+    ~Operation() {
+        inOperation = false;
+    }
+    Operation(const Operation&) = delete;
+    Operation& operator=(const Operation&) = delete;
+};
+
+// Runs the operation with the n-th call failing; false when it made fewer calls.
+bool attempt(const Row& row, const Fault& fault, int n, Cause cause) {
+    const std::size_t descriptors = support::openDescriptors();
+    int result = 0;
+    int error = 0;
+    {
+        const Operation running(fault, n);
+        result = row.operation();
+        error = errno;
+    }
+    const bool reached = state().left <= 0;
+    const auto step = static_cast<std::size_t>(n) < fault.results.size()
+                          ? static_cast<std::size_t>(n) - 1
+                          : fault.results.size() - 1;
+    EXPECT_EQ(result, reached ? fault.results[step] : 1);
+    if (reached && cause == Cause::inErrno && result == 0) {
+        EXPECT_EQ(error, fault.error) << strerror(error);
+    }
+    // A thread of the library's may still be on its way out.
+    EXPECT_TRUE(support::waitUntil([] { return liveCount == 0; })) << liveCount << " not released";
+    EXPECT_TRUE(support::waitUntil([=] { return support::openDescriptors() == descriptors; }));
+    EXPECT_EQ(state().throwing, 0);
+    return reached;
+}
+
+} // namespace
+
+int errorOfThisCall(const char* call) {
+    if (!inOperation || strcmp(call, state().call) != 0 || state().left-- != 1) {
+        return 0;
+    }
+    errno = state().error == doesLess ? errno : state().error.load();
+    return state().error;
+}
+
+void noteThrowingNew() {
+    state().throwing += inOperation ? 1 : 0;
+}
+
+void* noteAllocation(void* bytes) {
+    for (std::size_t i = 0; inOperation && bytes != nullptr; i = (i + 1) % mostAllocations) {
+        void* none = nullptr;
+        if (live[i].compare_exchange_strong(none, bytes)) {
+            ++liveCount;
+            break;
+        }
+    }
+    return bytes;
+}
+
+bool noteRelease(void* bytes) {
+    for (std::size_t i = 0; liveCount != 0 && bytes != nullptr && i < mostAllocations; ++i) {
+        void* expected = bytes;
+        if (live[i].compare_exchange_strong(expected, nullptr)) {
+            --liveCount;
+            return true;
+        }
+    }
+    return false;
+}
+
+Aside::Aside() : before_(inOperation), error_(errno) {
+    inOperation = false;
+}
+
+Aside::~Aside() {
+    inOperation = before_;
+    errno = error_;
+}
+
+void failEach(const std::vector<Row>& rows, Cause cause) {
+    for (const Row& row : rows) {
+        for (const Fault& fault : row.faults) {
+            const char* const what = fault.error == doesLess ? "one byte" : strerror(fault.error);
+            int n = 1;
+            bool reached = true;
+            for (; reached && n < mostCalls && !testing::Test::HasFailure(); ++n) {
+                SCOPED_TRACE(std::string(row.name) + ": " + fault.call + " " + std::to_string(n) +
+                             ", " + what);
+                reached = attempt(row, fault, n, cause);
+            }
+            ASSERT_FALSE(testing::Test::HasFailure());
+            ASSERT_TRUE(n > 2 && n < mostCalls)
+                << row.name << ": " << fault.call << " was called " << n - 2 << " times";
+        }
+    }
+}
+
+} // namespace torture
