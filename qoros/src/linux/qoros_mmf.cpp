@@ -41,7 +41,9 @@ void vCloseFile(QorOsMmf* pstMmf) {
 bool fOpenFile(QorOsMmf* pstMmf, const char* cpszName) {
     pstMmf->created = access(cpszName, F_OK) != 0 ? 1 : 0;
     const int create = pstMmf->created != 0 ? O_CREAT : 0;
-    pstMmf->fd = open(cpszName, O_RDWR | O_APPEND | O_CLOEXEC | create, 0600);
+    do {
+        pstMmf->fd = open(cpszName, O_RDWR | O_APPEND | O_CLOEXEC | create, 0600);
+    } while (pstMmf->fd == -1 && errno == EINTR);
     if (pstMmf->fd == -1) {
         const int error = dSaveError(pstMmf);
         QOROS_LOG(QOR_LOG_FATAL, "FATAL QorOsMmfCreate: file %s could not be %s (%d=%s)", cpszName,
@@ -79,7 +81,7 @@ bool fWriteFailed(QorOsMmf* pstMmf, uint32_t dBytes, const char* cpszName) {
     return false;
 }
 
-// Appends zeros up to dSize, in a single write.
+// Appends zeros up to dSize, in a single write; a signal before its first byte makes it start over.
 bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
     const uint32_t dMissing = dSize - pstMmf->size;
     if (dMissing > dMaxWrite) {
@@ -93,8 +95,11 @@ bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
                   ErrorText(error).cpsz());
         return false;
     }
-    errno = ENOSPC; // the cause when only a part is written
-    const ssize_t written = write(pstMmf->fd, pvZeros, dMissing);
+    ssize_t written;
+    do {
+        errno = ENOSPC; // the cause when only a part is written
+        written = write(pstMmf->fd, pvZeros, dMissing);
+    } while (written == -1 && errno == EINTR);
     {
         const ErrnoKeeper keeper;
         free(pvZeros);
