@@ -57,11 +57,24 @@ void vKeepOwnEntry() {
     pthread_mutex_unlock(&stMutex);
 }
 
+// Makes the list usable, under its lock. What the system refuses the first thread the next one asks
+// for again.
 int dPrepareList() {
-    const int error = pthread_key_create(&stOwnEntry, vForget);
-    return error != 0 ? error
-                      : pthread_atfork([] { pthread_mutex_lock(&stMutex); },
-                                       [] { pthread_mutex_unlock(&stMutex); }, vKeepOwnEntry);
+    static bool fPrepared = false;
+    if (fPrepared) {
+        return 0;
+    }
+    int error = pthread_key_create(&stOwnEntry, vForget);
+    if (error != 0) {
+        return error;
+    }
+    error = pthread_atfork([] { pthread_mutex_lock(&stMutex); },
+                           [] { pthread_mutex_unlock(&stMutex); }, vKeepOwnEntry);
+    if (error != 0) {
+        pthread_key_delete(stOwnEntry);
+    }
+    fPrepared = error == 0;
+    return error;
 }
 
 void* pvRunListed(void* pvEntry) {
@@ -79,17 +92,17 @@ void* pvRunListed(void* pvEntry) {
 
 int dStartListed(uint64_t* pdHandle, const pthread_attr_t* pstAttributes,
                  QorOsThreadRoutine routine, void* pvArgument) {
-    static const int dPrepared = dPrepareList();
-    if (dPrepared != 0) {
-        return dPrepared;
+    const ListLock lock;
+    int error = dPrepareList();
+    if (error != 0) {
+        return error;
     }
     auto* const pstEntry = static_cast<ListedThread*>(malloc(sizeof(ListedThread)));
     if (pstEntry == nullptr) {
         return ENOMEM;
     }
-    const ListLock lock;
     *pstEntry = {routine, pvArgument, {}, pstFirst};
-    const int error = pthread_create(&pstEntry->thread, pstAttributes, pvRunListed, pstEntry);
+    error = pthread_create(&pstEntry->thread, pstAttributes, pvRunListed, pstEntry);
     if (error != 0) {
         free(pstEntry);
         return error;
