@@ -1,7 +1,6 @@
 // Configuration files without memory, and on files that refuse, break off, or go on in small steps.
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -10,10 +9,6 @@
 #include "temp_directory.h"
 
 namespace {
-
-using torture::doesLess;
-using torture::Fault;
-using torture::memory;
 
 constexpr char text[] = "[Group]\nName=old\n";
 constexpr char edited[] = "[Group]\nName=new\n";
@@ -48,6 +43,23 @@ signed char unflipValue(unsigned char* cipher, unsigned long length, char* out, 
     return done ? 1 : 0;
 }
 
+// 1 with the value, 0 with outputs as before.
+int readsAnEncipheredValue() {
+    ConfigFile config;
+    {
+        const torture::Aside aside;
+        config.SetValueDecryptFunc(unflipValue);
+        config.OpenMem("[Group]\nName=crypt:e1\n", -1);
+    }
+    char value[8] = "before";
+    signed char enciphered = 7;
+    const int done =
+        config.ReadStrCrypt("Group", "Name", value, sizeof value, &enciphered, nullptr);
+    const bool right =
+        strcmp(value, done != 0 ? "a" : "before") == 0 && enciphered == (done != 0 ? 1 : 7);
+    return right ? done : -1;
+}
+
 // With a document, and the file behind it.
 class ConfigTorture : public testing::Test {
 protected:
@@ -63,20 +75,30 @@ protected:
         directory.write("file", bytes);
     }
 
+    // The operation's result where the file holds what that says; with 10 more for an empty file,
+    // 20 more for one that stayed as it was.
+    int written(int done, const std::string& before, const std::string& now) const {
+        const torture::Aside aside;
+        const std::string file = directory.read("file");
+        if (file == (done != 0 ? now : before)) {
+            return done;
+        }
+        return done + (file.empty() ? 10 : file == before ? 20 : 100);
+    }
+
     int closeEdited(bool enciphered) const {
+        const auto onDisk = [=](const char* plain) { return enciphered ? flipped(plain) : plain; };
+        write(onDisk(text));
         ConfigFile config;
         {
             const torture::Aside aside;
-            directory.write("file", enciphered ? flipped(text) : text);
             enciphered ? config.OpenFileCrypt(path.c_str(), flipFile)
                        : config.OpenFile(path.c_str());
             config.WriteStr("Group", "Name", "new");
         }
         const int done = enciphered ? config.CloseFileCrypt(flipFile) : config.Close();
         const torture::Aside aside;
-        const std::string file = directory.read("file");
-        const char* const whole = done != 0 ? edited : text;
-        return file == (enciphered ? flipped(whole) : whole) ? done : file.empty() ? 2 : 3;
+        return written(done, onDisk(text), onDisk(edited));
     }
 
     const support::TempDirectory directory;
@@ -84,70 +106,38 @@ protected:
 };
 
 TEST_F(ConfigTorture, InMemory) {
-    const std::vector<Fault> fails = {{memory, ENOMEM, {0}}};
-    const auto withText = [](auto operation) {
-        return [operation] {
+    const struct {
+        const char* name;
+        signed char (*edit)(ConfigFile&);
+        const char* now;
+    } edits[] = {
+        {"OpenMem", [](ConfigFile& c) { return c.OpenMem(edited, -1); }, edited},
+        {"WriteStr", [](ConfigFile& c) { return c.WriteStr("Group", "Name", "new"); }, edited},
+        {"AddStr", [](ConfigFile& c) { return c.AddStr("Other", "a", "b"); },
+         "[Group]\nName=old\n\n\n[Other]\na=b\n"},
+        {"DeleteValue", [](ConfigFile& c) { return c.DeleteValue("Group", "Name"); }, "[Group]\n"},
+        {"WriteStrCrypt",
+         [](ConfigFile& c) { return c.WriteStrCrypt("Group", "Name", "a", nullptr); },
+         "[Group]\nName=crypt:e1\n"},
+    };
+    for (const auto& c : edits) {
+        const auto operation = [&] {
             ConfigFile config;
             {
                 const torture::Aside aside;
                 config.SetValueEncryptFunc(flipValue);
-                config.SetValueDecryptFunc(unflipValue);
                 config.OpenMem(text, -1);
             }
-            return operation(config);
+            const bool reopens = c.edit == edits[0].edit;
+            return after(c.edit(config), config, reopens ? "" : text, c.now);
         };
-    };
-    using Config = ConfigFile;
-    torture::failEach({
-        {"OpenMem",
-         [] {
-             Config config;
-             return after(config.OpenMem(text, -1), config, "", text);
-         },
-         fails},
-        {"another OpenMem",
-         withText(
-             [](Config& config) { return after(config.OpenMem(edited, -1), config, "", edited); }),
-         {{memory, ENOMEM, {0, 0}}}},
-        {"WriteStr", withText([](Config& config) {
-             return after(config.WriteStr("Group", "Name", "new"), config, text, edited);
-         }),
-         fails},
-        {"WriteStr of a group", withText([](Config& config) {
-             return after(config.WriteStr("Other", "a", "b"), config, text,
-                          "[Group]\nName=old\n\n\n[Other]\na=b\n");
-         }),
-         fails},
-        {"AddStr", withText([](Config& config) {
-             return after(config.AddStr("Group", "a", "b"), config, text,
-                          "[Group]\nName=old\n\na=b\n");
-         }),
-         fails},
-        {"DeleteValue", withText([](Config& config) {
-             return after(config.DeleteValue("Group", "Name"), config, text, "[Group]\n");
-         }),
-         fails},
-        {"WriteStrCrypt", withText([](Config& config) {
-             return after(config.WriteStrCrypt("Group", "Name", "a", nullptr), config, text,
-                          "[Group]\nName=crypt:e1\n");
-         }),
-         fails},
-        {"ReadStrCrypt", withText([](Config& config) {
-             {
-                 const torture::Aside aside;
-                 config.OpenMem("[Group]\nName=crypt:e1\n", -1);
-             }
-             char value[8] = "before";
-             signed char enciphered = 7;
-             const int done =
-                 config.ReadStrCrypt("Group", "Name", value, sizeof value, &enciphered, nullptr);
-             const bool right = done != 0 ? strcmp(value, "a") == 0 && enciphered == 1
-                                          : strcmp(value, "before") == 0 && enciphered == 7;
-             return right ? done : -1;
-         }),
-         fails},
-    });
+        torture::failEach({{c.name, operation, "memory ENOMEM 0"}});
+    }
+    torture::failEach({{"ReadStrCrypt", readsAnEncipheredValue, "memory ENOMEM 0"}});
 }
+
+constexpr char reading[] = "memory ENOMEM 0, open EACCES 0, open EINTR 1, fstat EIO 0, lseek EIO 0,"
+                           "read EIO 0, read EINTR 1, read one-byte 1";
 
 TEST_F(ConfigTorture, OnDisk) {
     write(text);
@@ -157,35 +147,16 @@ TEST_F(ConfigTorture, OnDisk) {
              ConfigFile config;
              return after(config.OpenFile(path.c_str()), config, "", text);
          },
-         {{memory, ENOMEM, {0}},
-          {"open", EACCES, {0}},
-          {"open", EINTR, {1}},
-          {"fstat", EIO, {0}},
-          {"lseek", EIO, {0}},
-          {"read", EIO, {0}},
-          {"read", EINTR, {1}},
-          {"read", doesLess, {1}}}},
-        // The third result: the file could be opened, which empties it.
-        {"Close",
-         [this] { return closeEdited(false); },
-         {{"open", EACCES, {0}},
-          {"open", EINTR, {1}},
-          {"write", EIO, {2}},
-          {"write", EINTR, {1}},
-          {"write", doesLess, {1}}}},
+         reading},
+        {"Close", [this] { return closeEdited(false); },
+         "open EACCES 0, open EINTR 1, write EIO 11, write EINTR 1, write one-byte 1"},
         {"AddConfig",
          [this] {
              write("");
-             const int done = ConfigFile::AddConfig(path.c_str(), "G", "a", "b");
-             const torture::Aside aside;
-             const std::string file = directory.read("file");
-             return file == (done != 0 ? "\n\n\n[G]\na=b\n" : "") ? done : file.empty() ? 2 : 3;
+             return written(ConfigFile::AddConfig(path.c_str(), "G", "a", "b"), "",
+                            "\n\n\n[G]\na=b\n");
          },
-         {{memory, ENOMEM, {0, 0, 2}},
-          {"open", EACCES, {0, 2}},
-          {"read", EINTR, {1}},
-          {"write", EINTR, {1}},
-          {"write", doesLess, {1}}}},
+         "memory ENOMEM 0 0 11, open EACCES 0 11, write EINTR 1, write one-byte 1"},
     });
 }
 
@@ -197,23 +168,11 @@ TEST_F(ConfigTorture, OnDiskEnciphered) {
              ConfigFile config;
              return after(config.OpenFileCrypt(path.c_str(), flipFile), config, "", text);
          },
-         {{memory, ENOMEM, {0}},
-          {"open", EACCES, {0}},
-          {"open", EINTR, {1}},
-          {"fstat", EIO, {0}},
-          {"lseek", EIO, {0}},
-          {"read", EIO, {0}},
-          {"read", EINTR, {1}},
-          {"read", doesLess, {1}}}},
+         reading},
         // Without memory the file stays, and only the cipher, which is not called, could tell.
-        {"CloseFileCrypt",
-         [this] { return closeEdited(true); },
-         {{memory, ENOMEM, {3}},
-          {"open", EACCES, {0}},
-          {"open", EINTR, {1}},
-          {"write", EIO, {2}},
-          {"write", EINTR, {1}},
-          {"write", doesLess, {1}}}},
+        {"CloseFileCrypt", [this] { return closeEdited(true); },
+         "memory ENOMEM 21, open EACCES 0, open EINTR 1, write EIO 10, write EINTR 1, "
+         "write one-byte 1"},
     });
 }
 

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <sstream>
 #include <string>
 
 #include "loopback.h"
@@ -18,6 +20,40 @@ namespace {
 
 // More calls than any operation makes.
 constexpr int mostCalls = 300;
+
+struct Fault {
+    std::string call;
+    std::string how; // the error's name or number, or one-byte
+    int error = 0;
+    std::vector<int> results; // for the first, second, ... call; the last counts on
+};
+
+int errorNamed(const std::string& name) {
+    if (name == "one-byte") {
+        return doesLess;
+    }
+    for (int error = 1; error < 256; ++error) {
+        const char* const known = strerrorname_np(error);
+        if (known != nullptr && name == known) {
+            return error;
+        }
+    }
+    return std::stoi(name);
+}
+
+std::vector<Fault> faultsOf(const char* text) {
+    std::vector<Fault> faults;
+    std::istringstream all(text);
+    for (std::string one; std::getline(all, one, ',');) {
+        Fault fault;
+        std::istringstream words(one);
+        words >> fault.call >> fault.how;
+        fault.error = errorNamed(fault.how);
+        fault.results.assign(std::istream_iterator<int>(words), {});
+        faults.push_back(fault);
+    }
+    return faults;
+}
 
 // What wrappers and tests share, also with forked processes.
 struct State {
@@ -43,7 +79,7 @@ std::atomic<int> liveCount{0};
 class Operation {
 public:
     Operation(const Fault& fault, int n) {
-        state().call = fault.call;
+        state().call = fault.call.c_str();
         state().error = fault.error;
         state().left = n;
         state().throwing = 0;
@@ -129,13 +165,12 @@ Aside::~Aside() {
 
 void failEach(const std::vector<Row>& rows, Cause cause) {
     for (const Row& row : rows) {
-        for (const Fault& fault : row.faults) {
-            const char* const what = fault.error == doesLess ? "one byte" : strerror(fault.error);
+        for (const Fault& fault : faultsOf(row.faults)) {
             int n = 1;
             bool reached = true;
             for (; reached && n < mostCalls && !testing::Test::HasFailure(); ++n) {
                 SCOPED_TRACE(std::string(row.name) + ": " + fault.call + " " + std::to_string(n) +
-                             ", " + what);
+                             " " + fault.how);
                 reached = attempt(row, fault, n, cause);
             }
             ASSERT_FALSE(testing::Test::HasFailure());

@@ -3,7 +3,7 @@
 //
 //     failEach({{"a value is added",
 //                [] { Mif32 message; return message.AddInt(1, 2) ? 1 : 0; },
-//                {{memory, ENOMEM, {0}}}}});
+//                "memory ENOMEM 0"}});
 //
 // The wrappers behind this stand between the objects of this program and the system (the linker's
 // --wrap), so they work beside sanitizers. A call fails only on the thread that runs the operation,
@@ -15,24 +15,16 @@
 
 namespace torture {
 
-// In place of a function's name: malloc and its relatives, and new without exceptions.
-constexpr char memory[] = "memory";
-
-// In place of an error: the call moves a single byte.
-constexpr int doesLess = -1;
-
-struct Fault {
-    const char* call; // name of the function
-    int error;        // that its n-th call fails with, in errno or as its result
-    // What the operation returns when the first, second, ... call fails; the last counts on.
-    std::vector<int> results;
-};
-
-// An operation that returns 1 where nothing fails, and releases all that it takes.
 struct Row {
     const char* name;
+    // Returns 1 where nothing fails, and releases all that it takes.
     std::function<int()> operation;
-    std::vector<Fault> faults;
+    // What fails, each alone, and what the operation then returns: "open EACCES 0, read EINTR 1".
+    // The call is the name of a function, or "memory" for malloc and its relatives and for new
+    // without exceptions. The error goes into errno, or is the function's result where that is its
+    // way; "one-byte" is none, but a call that moves a single byte. Of several results the second
+    // is for the second call, and so on.
+    const char* faults;
 };
 
 enum class Cause {
@@ -40,7 +32,7 @@ enum class Cause {
     inErrno, // of an operation that returns 0: the error of the call
 };
 
-// Checks for each row and fault that it is reached, that the operation returns what it promises,
+// Checks for each fault that it is reached, that the operation returns what it promises,
 // that no memory and no descriptor stays behind, and that no new that throws was called.
 void failEach(const std::vector<Row>& rows, Cause cause = Cause::untold);
 

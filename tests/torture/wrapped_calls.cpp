@@ -22,11 +22,8 @@
 #include <cstdlib>
 #include <new>
 
-#include "failing_calls.h"
-
 using torture::doesLess;
 using torture::errorOfThisCall;
-using torture::memory;
 using torture::noteAllocation;
 using torture::noteRelease;
 
@@ -64,7 +61,7 @@ using torture::noteRelease;
     void* __real_##name parameters;                                                                \
     void* __wrap_##name parameters;                                                                \
     void* __wrap_##name parameters {                                                               \
-        return errorOfThisCall(memory) != 0 ? nullptr : noteAllocation(__real_##name arguments);   \
+        return errorOfThisCall("memory") != 0 ? nullptr : noteAllocation(__real_##name arguments); \
     }
 
 #define WRAP_THROWING_NEW(name)                                                                    \
@@ -102,7 +99,7 @@ WRAP_RELEASE(_ZdaPvm, (void* bytes, std::size_t size), (bytes, size))
 void* __real_realloc(void* bytes, std::size_t size);
 void* __wrap_realloc(void* bytes, std::size_t size);
 void* __wrap_realloc(void* bytes, std::size_t size) {
-    if (errorOfThisCall(memory) != 0) {
+    if (errorOfThisCall("memory") != 0) {
         return nullptr;
     }
     const bool counted = noteRelease(bytes);
@@ -164,6 +161,8 @@ WRAP(pid_t, waitpid, -1, (pid_t process, int* status, int options), (process, st
 WRAP_ERROR(getaddrinfo,
            (const char* node, const char* service, const addrinfo* hints, addrinfo** list),
            (node, service, hints, list))
+WRAP_ERROR(pthread_atfork, (void (*before)(), void (*inParent)(), void (*inChild)()),
+           (before, inParent, inChild))
 WRAP_ERROR(pthread_attr_init, (pthread_attr_t * attributes), (attributes))
 WRAP_ERROR(pthread_cond_init, (pthread_cond_t * object, const pthread_condattr_t* attributes),
            (object, attributes))
@@ -171,7 +170,6 @@ WRAP_ERROR(pthread_create,
            (pthread_t * thread, const pthread_attr_t* attributes, void* (*routine)(void*),
             void* argument),
            (thread, attributes, routine, argument))
-WRAP_ERROR(pthread_key_create, (pthread_key_t * key, void (*destroy)(void*)), (key, destroy))
 WRAP_ERROR(pthread_mutex_init, (pthread_mutex_t * object, const pthread_mutexattr_t* attributes),
            (object, attributes))
 WRAP_ERROR(pthread_mutexattr_init, (pthread_mutexattr_t * attributes), (attributes))

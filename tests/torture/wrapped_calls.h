@@ -3,6 +3,9 @@
 
 namespace torture {
 
+// In place of an error: the call moves a single byte.
+constexpr int doesLess = -1;
+
 // The error that this call is to fail with, which is in errno as well, `doesLess`, or 0.
 int errorOfThisCall(const char* call);
 
