@@ -75,14 +75,14 @@ public:
      * (SO_SNDTIMEO), the system may refuse a send with EAGAIN. It is repeated at once, up to three
      * times in a call, and each time one byte earlier: up to three bytes in front of `data` are
      * read then, and perhaps sent. They have to be readable.
-     * @return 1 also for a `len` of 0; 0 without a socket or as soon as sending fails; how much was
-     *         sent until then is not told
+     * @return 1 also for a `len` of 0; 0 without a socket or as soon as sending fails, as it does
+     *         when a signal interrupts it; how much was sent until then is not told
      */
     signed char Send(const unsigned char* data, unsigned int len);
 
     /**
      * Waits for bytes, up to `timeout` seconds, and reads what is there.
-     * With a `timeout` of 0 it does not wait, and fails as timed out.
+     * With a `timeout` of 0 it does not wait, and fails as timed out. No signal ends the wait.
      * @param len in: the size of `buf` in bytes, at least 1 (with 0 and bytes waiting the call acts
      *        as for the peer's close); out: the bytes read, 0 after a time-out, an error
      *        of the read or the peer's close; otherwise unchanged
@@ -96,8 +96,8 @@ public:
 
     /**
      * Reads what is there without the wait of Receive: blocks, without a limit, until bytes come.
-     * Despite its name it takes the bytes out of the stream. It does not ask for `connected`, and
-     * knows no time-out; all else is as with Receive.
+     * Despite its name it takes the bytes out of the stream. It does not ask for `connected`, knows
+     * no time-out, and fails when a signal interrupts it; all else is as with Receive.
      */
     signed char Peek(unsigned char* buf, unsigned int* len);
 
@@ -108,7 +108,8 @@ public:
     signed char receive(unsigned char* buf, unsigned int* len, unsigned int flags,
                         signed char wait);
 
-    /** Waits until there is something to receive: bytes, the peer's close, or an error. */
+    /** Waits until there is something to receive: bytes, the peer's close, or an error; whatever
+     *  signals arrive. */
     signed char WaitForReceive(unsigned int seconds);
 
     /**

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 
 #include "qoros.h"
@@ -92,18 +93,22 @@ NETCALLS_REPLACEABLE void pauseFor(unsigned int milliseconds) {
     QorOsSleep(milliseconds);
 }
 
+// A signal does not end the wait: what a caller took for the end of the data would be a cut answer.
 int waitReadable(int sock, unsigned int seconds) {
-    constexpr unsigned int longestWait = 1000000; // s; in ms it fits an int
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds longestWait(1000000000); // as many fit an int
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
     for (;;) {
-        const unsigned int wait = std::min(seconds, longestWait);
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        const auto wait = std::clamp(left, std::chrono::milliseconds(0), longestWait);
         pollfd waiting = {sock, POLLIN, 0};
-        const int ready = poll(&waiting, 1, static_cast<int>(wait * 1000));
-        seconds -= wait;
+        const int ready = poll(&waiting, 1, static_cast<int>(wait.count()));
         if (ready == 1 && (waiting.revents & POLLNVAL) != 0) {
             errno = EBADF;
             return -1;
         }
-        if (ready != 0 || seconds == 0) {
+        const bool goesOn = ready < 0 ? errno == EINTR : ready == 0 && left > wait;
+        if (!goesOn) {
             return ready;
         }
     }

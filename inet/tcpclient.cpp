@@ -267,7 +267,7 @@ signed char TcpClient::Send(const unsigned char* data, unsigned int len) {
         errno = 0;
         const ssize_t sent =
             netcalls::sendBytes(sock, data + offset, static_cast<std::size_t>(remaining));
-        const bool failed = errno != 0 || sent < 0;
+        const bool failed = errno != 0 || sent < 0; // kept: by a signal, too
         if (failed && (errno != EAGAIN || retries++ == sendRetries)) {
             return 0;
         }
