@@ -128,7 +128,7 @@ public:
 
     /**
      * One exchange by POST of the body that was built. It is repeated once where no status was read
-     * and the connection is found closed.
+     * and the connection is found closed. Without memory for the content type nothing is sent.
      */
     signed char Post(const char* path);
 
@@ -210,6 +210,7 @@ private:
     QOR_LOCAL bool reserveBody(unsigned long long need, unsigned long long growth);
     QOR_LOCAL void renewBoundary();
     QOR_LOCAL bool finishMultipartBody();
+    QOR_LOCAL bool ensureContentType();
     QOR_LOCAL signed char exchange(unsigned int method, const char* path);
     QOR_LOCAL bool readHeaderPart(unsigned int* held);
     QOR_LOCAL bool takeHeaderBlock(unsigned int start, unsigned int length);

@@ -239,10 +239,7 @@ signed char HttpClient::Get(const char* path) {
 }
 
 signed char HttpClient::Post(const char* path) {
-    if (multipart == 0 && contentType == nullptr) {
-        contentType = strdup("application/x-www-form-urlencoded");
-    }
-    if (multipart != 0 && !finishMultipartBody()) {
+    if (!(multipart != 0 ? finishMultipartBody() : ensureContentType())) {
         clear();
         clearExParam();
         return 0;
@@ -253,6 +250,14 @@ signed char HttpClient::Post(const char* path) {
     }
     clearExParam();
     return result;
+}
+
+// A body without its type would be read in another way, or not at all.
+bool HttpClient::ensureContentType() {
+    if (contentType == nullptr) {
+        contentType = strdup("application/x-www-form-urlencoded");
+    }
+    return contentType != nullptr;
 }
 
 // Content type and closing delimiter are written before `send` renews the boundary, so that they
