@@ -41,7 +41,7 @@ QOR_BEGIN_C
  * @param outSize size of `out` in bytes
  * @return length of the message in bytes. A server that could be reached but did not deliver a
  *         description gives a message of the end marker alone. 0 when `url` can't be parsed, the
- *         first connect fails, or `out` is too small.
+ *         first connect fails, `out` is too small, or memory is short for the message.
  */
 QOR_API unsigned int CheckForUpdate(int language, const char* url, const char* proxyHost,
                                     unsigned int proxyPort, void* out, unsigned int outSize);

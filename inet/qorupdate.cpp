@@ -113,9 +113,10 @@ void addDescription(Mif32& message, const ConfigFile& description, int language)
     addNumber(message, 8, description, group, "Filesize");
 }
 
+// A message that lacks an entry for want of memory would be taken for what the server says.
 unsigned int copyMessage(const Mif32& message, void* out, unsigned int outSize) {
     const unsigned int length = message.GetLen();
-    if (out == nullptr || length > outSize || message.GetData() == nullptr) {
+    if (out == nullptr || length > outSize || message.allocationFailed != 0) {
         return 0;
     }
     memcpy(out, message.GetData(), length);
