@@ -55,20 +55,17 @@ std::vector<Fault> faultsOf(const char* text) {
     return faults;
 }
 
-// What wrappers and tests share, also with forked processes.
-struct State {
-    std::atomic<const char*> call{""};
-    std::atomic<int> error{0};
-    std::atomic<int> left{0}; // calls until the one that fails; 0 or less once it has failed
-    std::atomic<int> throwing{0};
-};
-
-State& state() {
-    static State* const shared = new (mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE,
-                                           MAP_SHARED | MAP_ANONYMOUS, -1, 0)) State;
+// The calls until the one that fails, 0 or less once it has failed; shared with forked processes.
+std::atomic<int>& callsLeft() {
+    static auto* const shared = new (mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE,
+                                          MAP_SHARED | MAP_ANONYMOUS, -1, 0)) std::atomic<int>(0);
     return *shared;
 }
 
+// Of the thread that runs the operation, and of the processes that it forks.
+const char* failingCall = "";
+int failingError = 0;
+int throwingNews = 0;
 thread_local bool inOperation = false;
 
 // The live allocations of operations, which other threads may release.
@@ -79,10 +76,10 @@ std::atomic<int> liveCount{0};
 class Operation {
 public:
     Operation(const Fault& fault, int n) {
-        state().call = fault.call.c_str();
-        state().error = fault.error;
-        state().left = n;
-        state().throwing = 0;
+        failingCall = fault.call.c_str();
+        failingError = fault.error;
+        callsLeft() = n;
+        throwingNews = 0;
         errno = 0;
         inOperation = true;
     }
@@ -103,7 +100,7 @@ bool attempt(const Row& row, const Fault& fault, int n, Cause cause) {
         result = row.operation();
         error = errno;
     }
-    const bool reached = state().left <= 0;
+    const bool reached = callsLeft() <= 0;
     const auto step = static_cast<std::size_t>(n) < fault.results.size()
                           ? static_cast<std::size_t>(n) - 1
                           : fault.results.size() - 1;
@@ -114,22 +111,22 @@ bool attempt(const Row& row, const Fault& fault, int n, Cause cause) {
     // A thread of the library's may still be on its way out.
     EXPECT_TRUE(support::waitUntil([] { return liveCount == 0; })) << liveCount << " not released";
     EXPECT_TRUE(support::waitUntil([=] { return support::openDescriptors() == descriptors; }));
-    EXPECT_EQ(state().throwing, 0);
+    EXPECT_EQ(throwingNews, 0);
     return reached;
 }
 
 } // namespace
 
 int errorOfThisCall(const char* call) {
-    if (!inOperation || strcmp(call, state().call) != 0 || state().left-- != 1) {
+    if (!inOperation || strcmp(call, failingCall) != 0 || callsLeft()-- != 1) {
         return 0;
     }
-    errno = state().error == doesLess ? errno : state().error.load();
-    return state().error;
+    errno = failingError == doesLess ? errno : failingError;
+    return failingError;
 }
 
 void noteThrowingNew() {
-    state().throwing += inOperation ? 1 : 0;
+    throwingNews += inOperation ? 1 : 0;
 }
 
 void* noteAllocation(void* bytes) {

@@ -117,7 +117,6 @@ WRAP_TRANSFER(send, (int fd, const void* bytes, std::size_t size, int flags),
 WRAP_TRANSFER(recv, (int fd, void* bytes, std::size_t size, int flags), (fd, bytes, size, flags))
 WRAP_TRANSFER(readlink, (const char* path, char* out, std::size_t size), (path, out, size))
 
-WRAP(int, access, -1, (const char* path, int mode), (path, mode))
 WRAP(int, close, (__real_close(fd), -1), (int fd), (fd))
 WRAP(int, closedir, (__real_closedir(dir), -1), (DIR * dir), (dir))
 WRAP(int, connect, -1, (int fd, const sockaddr* to, socklen_t size), (fd, to, size))
@@ -125,6 +124,8 @@ WRAP(int, execv, -1, (const char* path, char* const* arguments), (path, argument
 WRAP(int, fchown, -1, (int fd, uid_t user, gid_t group), (fd, user, group))
 WRAP(int, fclose, (__real_fclose(file), -1), (FILE * file), (file))
 WRAP(FILE*, fopen, nullptr, (const char* path, const char* mode), (path, mode))
+WRAP(std::size_t, fwrite, 0, (const void* bytes, std::size_t size, std::size_t count, FILE* file),
+     (bytes, size, count, file))
 WRAP(pid_t, fork, -1, (), ())
 WRAP(int, fstat, -1, (int fd, struct stat* out), (fd, out))
 WRAP(int, fstatat, -1, (int fd, const char* path, struct stat* out, int flags),
@@ -149,7 +150,6 @@ WRAP(int, setsockopt, -1, (int fd, int level, int option, const void* value, soc
      (fd, level, option, value, size))
 WRAP(void*, shmat, reinterpret_cast<void*>(-1L), (int id, const void* at, int flags),
      (id, at, flags))
-WRAP(int, shmctl, -1, (int id, int command, shmid_ds* record), (id, command, record))
 WRAP(int, shmget, -1, (key_t key, std::size_t size, int flags), (key, size, flags))
 WRAP(int, socket, -1, (int family, int type, int protocol), (family, type, protocol))
 WRAP(int, stat, -1, (const char* path, struct stat* out), (path, out))
