@@ -1,11 +1,10 @@
 // The OS layer's files and directories where the system refuses, breaks off, or goes in small
 // steps.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "failing_calls.h"
@@ -14,143 +13,102 @@
 
 namespace {
 
-using torture::Cause;
-
-class FilesTorture : public testing::Test {
-protected:
-    std::string path(const char* name) const {
-        return directory_.path(name);
-    }
-    void write(const char* name, const char* bytes) const {
-        const torture::Aside aside;
-        directory_.write(name, bytes);
-    }
-    // 1 with the bytes where a copy succeeded; where it failed 0, and 10 with the bytes.
-    int copies() const {
-        write("from", "bytes");
-        const uint32_t done = QorOsCopyFile(from_.c_str(), to_.c_str(), 1);
-        const torture::Aside aside;
-        const bool whole = directory_.read("to") == "bytes";
-        unlink(to_.c_str());
-        return done != 0 ? (whole ? 1 : -1) : whole ? 10 : 0;
-    }
-    int removesATree() const {
-        {
-            const torture::Aside aside;
-            mkdir(tree_.c_str(), 0700);
-            mkdir((tree_ + "/inner").c_str(), 0700);
-            directory_.write("tree/inner/file", "");
-        }
-        const uint32_t done = QorOsDeleteDirTree(tree_.c_str());
-        const torture::Aside aside;
-        return (access(tree_.c_str(), F_OK) != 0) == (done != 0) ? static_cast<int>(done) : -1;
-    }
-
-    // Empties a directory outside of the tree through a link, which stays and so does the tree.
-    int emptiesThroughALink() const {
-        {
-            const torture::Aside aside;
-            mkdir(tree_.c_str(), 0700);
-            mkdir(path("outside").c_str(), 0700);
-            directory_.write("outside/file", "");
-            static_cast<void>(symlink("../outside", (tree_ + "/link").c_str()));
-        }
-        const uint32_t done = QorOsDeleteDirTree(tree_.c_str());
-        const torture::Aside aside;
-        return done != 0 ? -1 : static_cast<int>(access(path("outside/file").c_str(), F_OK) != 0);
-    }
-
-    const support::TempDirectory directory_;
-    const std::string from_ = path("from");
-    const std::string to_ = path("to");
-    const std::string tree_ = path("tree");
+// What an operation finds in a directory of its own.
+struct Paths {
+    const char* file; // holds "bytes"
+    const char* none;
+    const char* tree; // holds inner/file
 };
 
-TEST_F(FilesTorture, AreCopied) {
-    torture::failEach({{"a copy", [this] { return copies(); },
-                        "memory ENOMEM 0, open EACCES 0, open EINTR 1, fstat EIO 0, "
-                        "ftruncate EIO 0, read EIO 0 10, read EINTR 1, read one-byte 1, "
-                        "write ENOSPC 0, write EINTR 1, write one-byte 1, fchown EPERM 10, "
-                        "close EIO 10, utime EPERM 10"}},
-                      Cause::inErrno);
+uint32_t search(const Paths& paths) {
+    char name[QOR_PATH_SIZE];
+    QorOsFind find;
+    const uint32_t done = QorOsFindFirst(&find, paths.tree, name, nullptr, nullptr, nullptr);
+    return done != 0 ? QorOsFindClose(&find) : find.dir == nullptr ? 0 : 9;
 }
 
-TEST_F(FilesTorture, AreSearchedAndChanged) {
-    write("from", "bytes");
-    const std::string inner = path("a/b");
-    const auto call = [](auto function) {
-        return [function] { return static_cast<int>(function()); };
-    };
-    const auto searches = [this] {
-        char name[QOR_PATH_SIZE];
-        QorOsFind find;
-        const uint32_t done =
-            QorOsFindFirst(&find, directory_.path().c_str(), name, nullptr, nullptr, nullptr);
-        return done != 0 ? static_cast<int>(QorOsFindClose(&find)) : find.dir == nullptr ? 0 : -1;
-    };
-    torture::failEach(
-        {
-            {"a search", searches,
-             "stat EACCES 0, opendir EMFILE 0, readdir EIO 0, fstatat EACCES 0, closedir EIO 0"},
-            {"a size", call([this] {
-                 uint32_t size = 7;
-                 const uint32_t done = QorOsGetFileSize(from_.c_str(), &size);
-                 return size == (done != 0 ? 5 : 0) ? done : 9;
-             }),
-             "stat EACCES 0"},
-            {"a time", call([this] { return QorOsSetFileTime(from_.c_str(), 1); }),
-             "utime EPERM 0"},
-            {"a rename", call([this] {
-                 const uint32_t done = QorOsRenameFile(from_.c_str(), to_.c_str());
-                 const torture::Aside aside;
-                 rename(to_.c_str(), from_.c_str());
-                 return done;
-             }),
-             "rename EXDEV 0"},
-            {"directories", call([&] {
-                 const uint32_t done = QorOsChkAndCreateDir(inner.c_str());
-                 const torture::Aside aside;
-                 rmdir(inner.c_str());
-                 rmdir(path("a").c_str());
-                 return done;
-             }),
-             "mkdir ENOSPC 0"},
-            {"a deletion", call([this] {
-                 const uint32_t done = QorOsDeleteFile(from_.c_str());
-                 write("from", "bytes");
-                 return done;
-             }),
-             "unlink EBUSY 0"},
-        },
-        Cause::inErrno);
+uint32_t size(const Paths& paths) {
+    uint32_t bytes = 7;
+    const uint32_t done = QorOsGetFileSize(paths.file, &bytes);
+    return bytes == (done != 0 ? 5 : 0) ? done : 9;
 }
 
-TEST_F(FilesTorture, AreRemovedAsTrees) {
-    torture::failEach({{"a tree", [this] { return removesATree(); },
-                        "memory ENOMEM 0, opendir EMFILE 0, fstatat EIO 0, "
-                        "lstat EIO 0, unlink EBUSY 0, rmdir EBUSY 0"},
-                       {"one with a link", [this] { return emptiesThroughALink(); },
+TEST(FilesTorture, AreRefused) {
+    const struct {
+        const char* name;
+        uint32_t (*operation)(const Paths&);
+        const char* faults;
+    } cases[] = {
+        {"a copy", [](const Paths& p) { return QorOsCopyFile(p.file, p.none, 1); },
+         "memory ENOMEM 0, open EACCES 0, open EINTR 1, fstat EIO 0, ftruncate EIO 0, read EIO 0, "
+         "read EINTR 1, read one-byte 1, write ENOSPC 0, write EINTR 1, write one-byte 1, "
+         "fchown EPERM 0, close EIO 0, utime EPERM 0"},
+        {"a search", search,
+         "stat EACCES 0, opendir EMFILE 0, readdir EIO 0, fstatat EACCES 0, closedir EIO 0"},
+        {"a size", size, "stat EACCES 0"},
+        {"a time", [](const Paths& p) { return QorOsSetFileTime(p.file, 1); }, "utime EPERM 0"},
+        {"a name", [](const Paths& p) { return QorOsRenameFile(p.file, p.none); },
+         "rename EXDEV 0"},
+        {"a removal", [](const Paths& p) { return QorOsDeleteFile(p.file); }, "unlink EBUSY 0"},
+        {"a directory", [](const Paths& p) { return QorOsChkAndCreateDir(p.none); },
+         "mkdir ENOSPC 0"},
+    };
+    for (const auto& c : cases) {
+        const support::TempDirectory directory;
+        const std::string file = directory.path("file");
+        const std::string none = directory.path("none");
+        const std::string tree = directory.path("tree");
+        const auto operation = [&] {
+            {
+                const torture::Aside aside;
+                std::filesystem::remove_all(none);
+                std::filesystem::create_directory(tree);
+                directory.write("tree/entry", "");
+                directory.write("file", "bytes");
+            }
+            return static_cast<int>(c.operation({file.c_str(), none.c_str(), tree.c_str()}));
+        };
+        torture::failEach({{c.name, operation, c.faults}}, torture::Cause::inErrno);
+    }
+}
+
+// Whether a tree, or what a link in it leads to, is gone.
+int removesTrees(const support::TempDirectory& directory, bool linked) {
+    const std::string tree = directory.path("tree");
+    const std::string inner = directory.path(linked ? "outside" : "tree/inner");
+    {
+        const torture::Aside aside;
+        std::filesystem::create_directory(tree);
+        std::filesystem::create_directory(inner);
+        directory.write(linked ? "outside/file" : "tree/inner/file", "");
+        static_cast<void>(linked && symlink("../outside", (tree + "/link").c_str()));
+    }
+    const uint32_t done = QorOsDeleteDirTree(tree.c_str());
+    const torture::Aside aside;
+    const bool gone = access((inner + "/file").c_str(), F_OK) != 0;
+    return linked ? static_cast<int>(gone) : static_cast<int>(done);
+}
+
+TEST(FilesTorture, StayInTrees) {
+    const support::TempDirectory directory;
+    torture::failEach({{"a tree", [&] { return removesTrees(directory, false); },
+                        "memory ENOMEM 0, opendir EMFILE 0, fstatat EIO 0, lstat EIO 0, "
+                        "unlink EBUSY 0, rmdir EBUSY 0"},
+                       {"one with a link", [&] { return removesTrees(directory, true); },
                         "memory ENOMEM 0, lstat EIO 0, stat EIO 0, opendir EMFILE 0"}});
 }
 
 TEST(ModulesTorture, AreNotTold) {
-    torture::failEach({{"the program's path",
-                        [] {
-                            char path[QOR_PATH_SIZE] = "before";
-                            uint32_t error = 0;
-                            const uint32_t done = QorOsGetModulePath(path, sizeof path, &error);
-                            const bool kept = strcmp(path, "before") == 0 && error != 0;
-                            return (done == 0) == kept ? static_cast<int>(done) : -1;
-                        },
-                        "readlink EACCES 0"},
-                       {"the computer's name",
-                        [] {
-                            char name[100];
-                            uint32_t size = sizeof name;
-                            return static_cast<int>(QorOsGetComputerName(name, &size));
-                        },
-                        "gethostname EPERM 0"}},
-                      Cause::inErrno);
+    char text[QOR_PATH_SIZE];
+    uint32_t length = sizeof text;
+    torture::failEach(
+        {{"the program's path",
+          [&] { return static_cast<int>(QorOsGetModulePath(text, sizeof text, nullptr)); },
+          "readlink EACCES 0"},
+         {"the computer's name",
+          [&] { return static_cast<int>(QorOsGetComputerName(text, &(length = sizeof text))); },
+          "gethostname EPERM 0"}},
+        torture::Cause::inErrno);
 }
 
 } // namespace

@@ -2,13 +2,14 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 
 #include "failing_calls.h"
+#include "loopback.h"
 #include "private_ipc.h"
 #include "qoros.h"
 #include "temp_directory.h"
@@ -29,89 +30,84 @@ int clean(uint32_t done) {
     return left ? -1 : static_cast<int>(done);
 }
 
-// Makes an object and closes it without a fault.
+// Makes or opens an object, beside one that is there unless `create` is null.
 template <class Object>
-int made(uint32_t (*make)(Object**, uint32_t), uint32_t (*close)(Object*), uint32_t objectKey) {
-    Object* object = nullptr;
-    const uint32_t done = make(&object, objectKey);
-    const torture::Aside aside;
-    const bool right = done != 0 ? close(object) == 1 : object == nullptr;
-    return right ? clean(done) : -1;
-}
-
-// Opens an object that is there.
-template <class Object>
-int opened(uint32_t (*create)(Object**, uint32_t), uint32_t (*open)(Object**, uint32_t),
-           uint32_t (*close)(Object*)) {
+int made(uint32_t (*create)(Object**, uint32_t), uint32_t (*make)(Object**, uint32_t),
+         uint32_t (*close)(Object*), uint32_t objectKey) {
     Object* first = nullptr;
-    {
+    if (create != nullptr) {
         const torture::Aside aside;
-        create(&first, key);
+        create(&first, objectKey);
     }
     Object* second = nullptr;
-    const uint32_t done = open(&second, key);
+    const uint32_t done = make(&second, objectKey);
     const torture::Aside aside;
-    const bool right = (done != 0 ? close(second) == 1 : second == nullptr) && close(first) == 1;
+    const bool right = (done != 0 ? close(second) == 1 : second == nullptr) &&
+                       (first == nullptr || close(first) == 1);
     return right ? clean(done) : -1;
 }
 
 // Takes a named mutex, or gives it back.
 int taken(bool release) {
     QorOsMutex* mutex = nullptr;
+    const auto wait = [&] { return QorOsMutexWait(mutex, QOR_INFINITE, nullptr); };
     {
         const torture::Aside aside;
         QorOsMutexCreate(&mutex, key);
-        if (release) {
-            QorOsMutexWait(mutex, QOR_INFINITE, nullptr);
-        }
+        static_cast<void>(release && wait());
     }
-    const uint32_t done =
-        release ? QorOsMutexRelease(mutex) : QorOsMutexWait(mutex, QOR_INFINITE, nullptr);
+    const uint32_t done = release ? QorOsMutexRelease(mutex) : wait();
     const torture::Aside aside;
     return QorOsMutexClose(mutex) == 1 ? clean(done) : -1;
 }
 
+int makesALog() {
+    QorOsLogRec* log = QorOspLogNew();
+    const uint32_t done = log != nullptr ? 1 : 0;
+    const torture::Aside aside;
+    QorOsvLogDelete(&log);
+    return clean(done);
+}
+
+int makesASegment() {
+    QorOsMmf segment;
+    const uint32_t done = QorOsMmfCreate(&segment, 10, nullptr, key, 0);
+    const torture::Aside aside;
+    return QorOsMmfClose(&segment) == 1 ? clean(done) : -1;
+}
+
+template <uint32_t (*create)(QorOsMutex**, uint32_t), uint32_t (*make)(QorOsMutex**, uint32_t),
+          uint32_t objectKey>
+int mutex() {
+    return made<QorOsMutex>(create, make, QorOsMutexClose, objectKey);
+}
+
+template <uint32_t (*create)(QorOsEvent**, uint32_t), uint32_t (*make)(QorOsEvent**, uint32_t),
+          uint32_t objectKey>
+int event() {
+    return made<QorOsEvent>(create, make, QorOsEventClose, objectKey);
+}
+
 TEST(ObjectsTorture, AreRefused) {
+    constexpr char named[] =
+        "memory ENOMEM 0, semget ENOSPC 0, semctl EACCES 0, shmget ENOSPC 0, shmat EMFILE 0";
     torture::failEach(
-        {
-            {"a log object",
-             [] {
-                 QorOsLogRec* log = QorOspLogNew();
-                 const uint32_t done = log != nullptr ? 1 : 0;
-                 const torture::Aside aside;
-                 QorOsvLogDelete(&log);
-                 return clean(done);
-             },
-             "memory ENOMEM 0, shmget ENOSPC 0, shmat EMFILE 0"},
-            {"a segment",
-             [] {
-                 QorOsMmf segment;
-                 const uint32_t done = QorOsMmfCreate(&segment, 10, nullptr, key, 0);
-                 const torture::Aside aside;
-                 const bool right = done == (segment.address != nullptr ? 1u : 0u);
-                 return QorOsMmfClose(&segment) == 1 && right ? clean(done) : -1;
-             },
-             "shmget ENOSPC 0, shmat EMFILE 0"},
-            {"a mutex", [] { return made(QorOsMutexCreate, QorOsMutexClose, 0); },
-             "memory ENOMEM 0, pthread_mutexattr_init ENOMEM 0, pthread_mutex_init EAGAIN 0"},
-            {"an event", [] { return made(QorOsEventCreate, QorOsEventClose, 0); },
-             "memory ENOMEM 0, pthread_mutex_init EAGAIN 0, pthread_cond_init ENOMEM 0"},
-            {"a named mutex", [] { return made(QorOsMutexCreate, QorOsMutexClose, key); },
-             "memory ENOMEM 0, semget ENOSPC 0, semctl EACCES 0, shmget ENOSPC 0, shmat EMFILE 0"},
-            {"a named event", [] { return made(QorOsEventCreate, QorOsEventClose, key); },
-             "memory ENOMEM 0, semget ENOSPC 0, semctl EACCES 0, shmget ENOSPC 0, shmat EMFILE 0"},
-            {"another handle on a mutex",
-             [] { return opened(QorOsMutexCreate, QorOsMutexCreate, QorOsMutexClose); },
-             "memory ENOMEM 0, semget ENOSPC 0"},
-            {"an open of a mutex",
-             [] { return opened(QorOsMutexCreate, QorOsMutexOpen, QorOsMutexClose); },
-             "memory ENOMEM 0, semget ENOENT 0"},
-            {"an open of an event",
-             [] { return opened(QorOsEventCreate, QorOsEventOpen, QorOsEventClose); },
-             "memory ENOMEM 0, semget ENOENT 0"},
-            {"a wait", [] { return taken(false); }, "semop EINTR 1, semop EIDRM 0"},
-            {"a release", [] { return taken(true); }, "semop EIDRM 0"},
-        },
+        {{"a log object", makesALog, "memory ENOMEM 0, shmget ENOSPC 0, shmat EMFILE 0"},
+         {"a segment", makesASegment, "shmget ENOSPC 0, shmat EMFILE 0"},
+         {"a mutex", mutex<nullptr, QorOsMutexCreate, 0>,
+          "memory ENOMEM 0, pthread_mutexattr_init ENOMEM 0, pthread_mutex_init EAGAIN 0"},
+         {"an event", event<nullptr, QorOsEventCreate, 0>,
+          "memory ENOMEM 0, pthread_mutex_init EAGAIN 0, pthread_cond_init ENOMEM 0"},
+         {"a named mutex", mutex<nullptr, QorOsMutexCreate, key>, named},
+         {"a named event", event<nullptr, QorOsEventCreate, key>, named},
+         {"a further handle", mutex<QorOsMutexCreate, QorOsMutexCreate, key>,
+          "memory ENOMEM 0, semget EACCES 0"},
+         {"an open mutex", mutex<QorOsMutexCreate, QorOsMutexOpen, key>,
+          "memory ENOMEM 0, semget EACCES 0"},
+         {"an open event", event<QorOsEventCreate, QorOsEventOpen, key>,
+          "memory ENOMEM 0, semget EACCES 0"},
+         {"a wait", [] { return taken(false); }, "semop EINTR 1, semop EIDRM 0"},
+         {"a release", [] { return taken(true); }, "semop EIDRM 0"}},
         Cause::inErrno);
 }
 
@@ -127,8 +123,7 @@ TEST(MappedFilesTorture, AreRefused) {
         const uint32_t done = QorOsMmfCreate(&file, 9, path.c_str(), 0, 0);
         const bool flushed = done != 0 && QorOsMmfFlush(&file, file.address, 9) != 0;
         const torture::Aside aside;
-        const bool right = done != 0 ? QorOsMmfClose(&file) == 1 : file.fd == -1 && !file.address;
-        return right ? static_cast<int>(flushed) : -1;
+        return done == 0 || QorOsMmfClose(&file) == 1 ? static_cast<int>(flushed) : -1;
     };
     torture::failEach({{"a mapped file", map,
                         "memory ENOMEM 0, open EACCES 0, open EINTR 1, fstat EIO 0, "
@@ -138,18 +133,15 @@ TEST(MappedFilesTorture, AreRefused) {
 }
 
 int startsAThread() {
-    static int ran;
+    static std::atomic<bool> ran;
+    ran = false;
     uint64_t handle = 7;
-    ran = 0;
-    const auto routine = [](void* argument) -> void* {
-        __atomic_store_n(static_cast<int*>(argument), 1, __ATOMIC_RELEASE);
+    const auto routine = [](void*) -> void* {
+        ran = true;
         return nullptr;
     };
-    const uint32_t done = QorOsThreadBegin(&handle, routine, 0, &ran);
-    while (done != 0 && __atomic_load_n(&ran, __ATOMIC_ACQUIRE) == 0) {
-        usleep(100);
-    }
-    return done != 0 || handle == 0 ? static_cast<int>(done) : -1;
+    const uint32_t done = QorOsThreadBegin(&handle, routine, 0, nullptr);
+    return support::waitUntil([=] { return done == 0 || ran; }) ? static_cast<int>(done) : -1;
 }
 
 // In a process of its own: the first thread of a process registers what forks need.
@@ -171,9 +163,6 @@ int runs() {
     uint32_t code = 0;
     const bool done = QorOsCreateProcessAsyn("/bin/sh -c \"exit 1\"", nullptr, &process) != 0 &&
                       QorOsProcessWait(process, &code) != 0;
-    const torture::Aside aside;
-    while (waitpid(-1, nullptr, 0) > 0) {
-    }
     return done ? static_cast<int>(code) : 0;
 }
 
@@ -185,37 +174,36 @@ int searches() {
     return code == 0 ? 1 : static_cast<int>(code);
 }
 
+int terminates() {
+    QorOsProcess* process = nullptr;
+    {
+        const torture::Aside aside;
+        QorOsCreateProcessAsyn("sleep 60", nullptr, &process);
+    }
+    const uint32_t done = QorOsTerminateProcess(process);
+    const torture::Aside aside;
+    QorOsTerminateProcess(process);
+    QorOsProcessWait(process, nullptr);
+    return static_cast<int>(done);
+}
+
+// Without those that nobody could wait for.
+int alone(uint32_t done) {
+    const torture::Aside aside;
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
+    return static_cast<int>(done);
+}
+
 TEST(ProcessesTorture, AreRefused) {
-    torture::failEach(
-        {
-            {"a program", runs, "fork EAGAIN 0, waitpid EINTR 1, waitpid ECHILD 0"},
-            {"a detached program",
-             [] {
-                 const uint32_t done = QorOsCreateProcessAsyn("true", nullptr, nullptr);
-                 const torture::Aside aside;
-                 while (waitpid(-1, nullptr, 0) > 0) {
-                 }
-                 return static_cast<int>(done);
-             },
-             "fork EAGAIN 0, waitpid EINTR 1, waitpid ECHILD 0"},
-            {"a program in the shell", [] { return static_cast<int>(QorOsCreateProcess("true")); },
-             "system EAGAIN 0"},
-            {"an end",
-             [] {
-                 QorOsProcess* process = nullptr;
-                 {
-                     const torture::Aside aside;
-                     QorOsCreateProcessAsyn("sleep 60", nullptr, &process);
-                 }
-                 const uint32_t done = QorOsTerminateProcess(process);
-                 const torture::Aside aside;
-                 QorOsTerminateProcess(process);
-                 QorOsProcessWait(process, nullptr);
-                 return static_cast<int>(done);
-             },
-             "waitpid EINTR 1, kill EPERM 0"},
-        },
-        Cause::inErrno);
+    constexpr char faults[] = "fork EAGAIN 0, waitpid EINTR 1, waitpid ECHILD 0";
+    const auto detaches = [] { return alone(QorOsCreateProcessAsyn("true", nullptr, nullptr)); };
+    const auto inShell = [] { return static_cast<int>(QorOsCreateProcess("true")); };
+    torture::failEach({{"a program", [] { return alone(static_cast<uint32_t>(runs())); }, faults},
+                       {"a detached program", detaches, faults},
+                       {"a program in the shell", inShell, "system EAGAIN 0"},
+                       {"an end", terminates, "waitpid EINTR 1, kill EPERM 0"}},
+                      Cause::inErrno);
     // What the new process cannot do, for want of memory or a program, shows in its exit code.
     torture::failEach({{"a program in its process", runs, "memory ENOMEM 0 127, execv EACCES 127"},
                        {"a program that is searched", searches, "execv ENOENT 1, execv EIO 127"}});
