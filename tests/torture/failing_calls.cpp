@@ -12,7 +12,6 @@
 #include <string>
 
 #include "loopback.h"
-#include "wrapped_calls.h"
 
 namespace torture {
 

@@ -1,6 +1,6 @@
 // Between the program's objects and the system. For a call of NAME the linker takes __wrap_NAME,
 // and the system's own is __real_NAME; see CMakeLists.txt.
-#include "wrapped_calls.h"
+#include "failing_calls.h"
 
 #include <dirent.h>
 #include <fcntl.h>
