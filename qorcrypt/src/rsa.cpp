@@ -80,8 +80,10 @@ QorRsaResult QorRsaKey::LoadPem(const char* text, std::size_t size) {
     if (pem.readPrivateKey(text, size, &parts)) {
         return SetPrivate(parts);
     }
-    return pem.readPublicKey(text, size, &parts) ? SetPublic(parts.n, parts.e)
-                                                 : QorRsaResult::BadEncoding;
+    if (pem.readPublicKey(text, size, &parts)) {
+        return SetPublic(parts.n, parts.e);
+    }
+    return pem.lackedMemory() ? QorRsaResult::NoMemory : QorRsaResult::BadEncoding;
 }
 
 bool QorRsaKey::IsPrivate() const {

@@ -148,8 +148,12 @@ bool RsaPem::readForm(const char* text, std::size_t size, const char* label, Der
     release();
     capacity_ = static_cast<std::size_t>(block.end - block.begin) / 4 * 3;
     der_ = static_cast<unsigned char*>(malloc(std::max(capacity_, std::size_t{1})));
+    if (der_ == nullptr) {
+        lackedMemory_ = true;
+        return false;
+    }
     std::size_t derSize = 0;
-    return der_ != nullptr && decodeBlock(block, der_, &derSize) && readDer(der_, derSize, parts);
+    return decodeBlock(block, der_, &derSize) && readDer(der_, derSize, parts);
 }
 
 bool RsaPem::readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts) {

@@ -23,6 +23,11 @@ public:
     bool readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts);
     bool readPublicKey(const char* text, std::size_t size, RsaKeyParts* parts);
 
+    // Whether a block could not be read for want of memory.
+    bool lackedMemory() const {
+        return lackedMemory_;
+    }
+
 private:
     using DerReader = bool (*)(const unsigned char* der, std::size_t size, RsaKeyParts* parts);
 
@@ -32,6 +37,7 @@ private:
 
     unsigned char* der_ = nullptr;
     std::size_t capacity_ = 0;
+    bool lackedMemory_ = false;
 };
 
 } // namespace qorcrypt
