@@ -82,7 +82,8 @@ public:
 
     /**
      * Waits for bytes, up to `timeout` seconds, and reads what is there.
-     * With a `timeout` of 0 it does not wait, and fails as timed out. No signal ends the wait.
+     * With a `timeout` of 0 it does not wait, and fails as timed out. A signal that ends
+     * the wait fails it.
      * @param len in: the size of `buf` in bytes, at least 1 (with 0 and bytes waiting the call acts
      *        as for the peer's close); out: the bytes read, 0 after a time-out, an error
      *        of the read or the peer's close; otherwise unchanged
@@ -108,8 +109,8 @@ public:
     signed char receive(unsigned char* buf, unsigned int* len, unsigned int flags,
                         signed char wait);
 
-    /** Waits until there is something to receive: bytes, the peer's close, or an error; whatever
-     *  signals arrive. */
+    /** Waits until there is something to receive: bytes, the peer's close, or an error; 0 when a
+     *  signal ends the wait. */
     signed char WaitForReceive(unsigned int seconds);
 
     /**

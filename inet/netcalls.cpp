@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 
 #include "qoros.h"
@@ -93,22 +92,18 @@ NETCALLS_REPLACEABLE void pauseFor(unsigned int milliseconds) {
     QorOsSleep(milliseconds);
 }
 
-// A signal does not end the wait: what a caller took for the end of the data would be a cut answer.
 int waitReadable(int sock, unsigned int seconds) {
-    using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::milliseconds longestWait(1000000000); // as many fit an int
-    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    constexpr unsigned int longestWait = 1000000; // s; in ms it fits an int
     for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-        const auto wait = std::clamp(left, std::chrono::milliseconds(0), longestWait);
+        const unsigned int wait = std::min(seconds, longestWait);
         pollfd waiting = {sock, POLLIN, 0};
-        const int ready = poll(&waiting, 1, static_cast<int>(wait.count()));
+        const int ready = poll(&waiting, 1, static_cast<int>(wait * 1000));
+        seconds -= wait;
         if (ready == 1 && (waiting.revents & POLLNVAL) != 0) {
             errno = EBADF;
             return -1;
         }
-        const bool goesOn = ready < 0 ? errno == EINTR : ready == 0 && left > wait;
-        if (!goesOn) {
+        if (ready != 0 || seconds == 0) {
             return ready;
         }
     }

@@ -42,8 +42,8 @@ bool beginThread(void* (*routine)(void*), void* argument);
 // Waits that many milliseconds before a further receive. Replaceable.
 void pauseFor(unsigned int milliseconds);
 
-// Waits for a socket to become readable as select(2) would, but whatever signals arrive: 1, 0 after
-// the time, -1 with errno. Its fixed-size set would be overrun by descriptors from 1,024 on.
+// Waits for a socket to become readable as select(2) would: 1, 0 after the time, -1 with errno. Its
+// fixed-size set would be overrun by descriptors from 1,024 on.
 int waitReadable(int sock, unsigned int seconds);
 
 } // namespace netcalls
