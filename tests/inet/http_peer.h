@@ -5,6 +5,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <string>
+#include <vector>
+
 #include "tcpclient.h"
 
 // Takes the place of the client's connection; the other end is the caller's to close. Sequenced
@@ -19,4 +23,21 @@ inline int connectPeer(TcpClient& tcp) {
     tcp.connected = 1;
     tcp.timeout = 1;
     return ends[0];
+}
+
+// The same, for a client that is to receive the pieces and then the end of the connection.
+inline int connectPeer(TcpClient& tcp, const std::vector<std::string>& pieces) {
+    const int peer = connectPeer(tcp);
+    for (const std::string& piece : pieces) {
+        static_cast<void>(piece.empty() || send(peer, piece.data(), piece.size(), 0) > 0);
+    }
+    shutdown(peer, SHUT_WR);
+    return peer;
+}
+
+// What the client sent last.
+inline std::string sentTo(int peer) {
+    char bytes[10000];
+    const ssize_t count = recv(peer, bytes, sizeof bytes, MSG_DONTWAIT);
+    return {bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
 }

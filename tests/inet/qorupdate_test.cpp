@@ -29,13 +29,15 @@ std::string entry(unsigned int id, const std::string& value) {
     return number(id, 2) + number(static_cast<unsigned int>(value.size()), 2) + value;
 }
 
-std::string check(int language, const std::string& url, unsigned int proxyPort = 0) {
-    std::string out(4096, '#');
+// The message, or its length where that is 0.
+std::string check(int language, const std::string& url, const char* proxyHost = "",
+                  unsigned int proxyPort = 0, unsigned int size = 4096) {
+    std::string out(size, '#');
     // Only the low 16 bits of the port count.
     const unsigned int length =
-        CheckForUpdate(language, url.c_str(), proxyPort == 0 ? "" : "127.0.0.1",
-                       0xABCD0000u | proxyPort, out.data(), static_cast<unsigned int>(out.size()));
-    return out.substr(0, length);
+        CheckForUpdate(language, url.c_str(), proxyHost, 0xABCD0000u | proxyPort, out.data(), size);
+    EXPECT_TRUE(length > 0 || out == std::string(size, '#'));
+    return length == 0 ? "0" : out.substr(0, length);
 }
 
 class UpdateCheck : public testing::Test {
@@ -61,8 +63,8 @@ protected:
             "location = /nowhere { return 301 nourl; }\n"
             "location = /far { return 301 http://127.0.0.1/" +
             p + "; }\n");
-        if (!nginx.start()) {
-            QOR_SKIP_OR_FAIL(nginx.problem());
+        if (!nginx.start() || !proxy.start()) {
+            QOR_SKIP_OR_FAIL(nginx.problem() + proxy.problem());
         }
     }
 
@@ -72,6 +74,7 @@ protected:
         entry(4, number(3)) + entry(6, "http://127.0.0.1/info") +
         entry(5, "http://127.0.0.1/file") + entry(8, number(123456)) + endMark;
     Nginx nginx;
+    Tinyproxy proxy;
 };
 
 TEST_F(UpdateCheck, GivesTheFactsOfALanguage) {
@@ -82,38 +85,29 @@ TEST_F(UpdateCheck, GivesTheFactsOfALanguage) {
         {"/update", -1, entry(2, number(1)) + endMark},
         {"/update", 8, entry(1, p) + entry(2, number(0)) + entry(6, i) + entry(5, "") + endMark},
         {"/moved", 7, seven},
+        {"/other", 7, endMark},
+        {"/empty", 7, endMark},
+        {"/twice", 7, endMark},
+        {"/found", 7, endMark},
+        {"/308", 7, endMark},
+        {"/404", 7, endMark},
+        {"/500", 7, endMark},
+        {"/nowhere", 7, endMark},
+        {"/far", 7, endMark},
     };
     for (const auto& [path, language, expected] : cases) {
         SCOPED_TRACE(path + std::to_string(language));
         EXPECT_EQ(check(language, nginx.url(path)), expected);
     }
-    for (const char* const path :
-         {"/other", "/empty", "/twice", "/found", "/308", "/404", "/500", "/nowhere", "/far"}) {
-        SCOPED_TRACE(path);
-        EXPECT_EQ(check(7, nginx.url(path)), endMark);
-    }
     // There is no TLS: such a URL is asked in the clear.
     EXPECT_EQ(check(7, "https" + nginx.url("/update").substr(4)), seven);
-}
-
-TEST_F(UpdateCheck, GoesThroughAProxy) {
-    Tinyproxy proxy;
-    if (!proxy.start()) {
-        QOR_SKIP_OR_FAIL(proxy.problem());
-    }
-    EXPECT_EQ(check(7, nginx.url("/moved"), proxy.port()), seven);
+    EXPECT_EQ(check(7, nginx.url("/moved"), "127.0.0.1", proxy.port()), seven);
     EXPECT_TRUE(proxy.waitForLog("GET " + nginx.url("/update") + " HTTP/1.0"));
-}
-
-TEST_F(UpdateCheck, CopiesOnlyWhatFits) {
-    const std::string url = nginx.url("/update");
+    // Only what fits is copied.
     const auto size = static_cast<unsigned int>(two.size());
-    std::string out(size, '#');
-    EXPECT_EQ(CheckForUpdate(2, url.c_str(), nullptr, 0, out.data(), size - 1), 0u);
-    EXPECT_EQ(out, std::string(size, '#'));
-    EXPECT_EQ(CheckForUpdate(2, url.c_str(), nullptr, 0, out.data(), size), size);
-    EXPECT_EQ(out, two);
-    EXPECT_EQ(CheckForUpdate(2, url.c_str(), nullptr, 0, nullptr, size), 0u);
+    EXPECT_EQ(check(2, nginx.url("/update"), nullptr, 0, size - 1), "0");
+    EXPECT_EQ(check(2, nginx.url("/update"), nullptr, 0, size), two);
+    EXPECT_EQ(CheckForUpdate(2, nginx.url("/update").c_str(), nullptr, 0, nullptr, size), 0u);
 }
 
 // Answers that end too early are asked for once more; then their status counts.
@@ -126,22 +120,15 @@ TEST_F(UpdateCheck, JudgesAnExchangeThatFails) {
         EXPECT_EQ(check(7, server.url("/")), expected);
         EXPECT_EQ(server.wait(), "");
     }
-}
-
-TEST(UpdateCheckFailure, IsToldByTheLength) {
     const std::string nobody = "http://127.0.0.1:" + std::to_string(refusingPort()) + "/";
-    const char* const urls[] = {"", "http://127.0.0.1:x", nobody.c_str(), nullptr};
-    for (const char* const url : urls) {
-        char out[16];
-        EXPECT_EQ(CheckForUpdate(7, url, nullptr, 0, out, sizeof out), 0u);
+    for (const std::string& url : {std::string(), std::string("http://127.0.0.1:x"), nobody}) {
+        EXPECT_EQ(check(7, url), "0");
     }
+    EXPECT_EQ(check(7, nginx.url("/update"), std::string(128, 'h').c_str(), proxy.port()), "0");
+    EXPECT_EQ(CheckForUpdate(7, nullptr, nullptr, 0, nullptr, 0), 0u);
 }
 
 TEST_F(UpdateCheck, DownloadsAFile) {
-    Tinyproxy proxy;
-    if (!proxy.start()) {
-        QOR_SKIP_OR_FAIL(proxy.problem());
-    }
     const TempDirectory directory;
     const std::string file = directory.path("file"), longName(128, 'h');
     const std::string url = nginx.url("/other"), missing = nginx.url("/missing");
@@ -150,14 +137,7 @@ TEST_F(UpdateCheck, DownloadsAFile) {
     const auto count = [](void* calls, unsigned int, unsigned int) -> signed char {
         return static_cast<signed char>(++*static_cast<int*>(calls) != 0);
     };
-    const struct {
-        const char* name;
-        const char* url;
-        const char* file;
-        const char* proxyHost;
-        int result;
-        int calls;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, const char*, int, int> cases[] = {
         {"no URL", nullptr, file.c_str(), nullptr, 0, 0},
         {"no file", url.c_str(), nullptr, nullptr, 0, 0},
         {"a proxy that can't be stored", url.c_str(), file.c_str(), longName.c_str(), 0, 0},
@@ -165,16 +145,14 @@ TEST_F(UpdateCheck, DownloadsAFile) {
         {"whole, and in the clear", secure.c_str(), file.c_str(), "", 1, 2},
         {"not modified, and through the proxy", url.c_str(), file.c_str(), "127.0.0.1", 1, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, place, destination, proxyHost, result, expectedCalls] : cases) {
+        SCOPED_TRACE(name);
         int calls = 0;
-        EXPECT_EQ(DownloadUpdate(c.url, c.file, c.proxyHost, port, count, &calls), c.result);
-        EXPECT_EQ(calls, c.calls);
+        EXPECT_EQ(DownloadUpdate(place, destination, proxyHost, port, count, &calls), result);
+        EXPECT_EQ(calls, expectedCalls);
     }
     EXPECT_EQ(directory.read("file"), "[Language 1]\nProductName=One\n");
     EXPECT_TRUE(proxy.waitForLog("GET " + url + " HTTP/1.0"));
-    char out[16];
-    EXPECT_EQ(CheckForUpdate(2, url.c_str(), longName.c_str(), proxy.port(), out, sizeof out), 0u);
 }
 
 } // namespace

@@ -5,8 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-
-#include "hex.h"
+#include <utility>
 
 namespace {
 
@@ -14,13 +13,16 @@ std::string quoted(const char* text) {
     return text == nullptr ? "-" : '"' + std::string(text) + '"';
 }
 
+bool consistsOf(const QORINET_URL& url, int byte) {
+    QORINET_URL expected;
+    memset(&expected, byte, sizeof expected);
+    return memcmp(&url, &expected, sizeof url) == 0;
+}
+
 TEST(QorInetUrl, SplitsHostPortAndPath) {
-    struct Case {
-        std::string url;
-        std::string expected; // result, security, host, port, path
-    };
     const std::string zeros(195, '0');
-    const Case cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
+        // The URL, and: result, security, host, port, path.
         {"http://h/", R"(1 0 "h" 80 "")"},
         {"http://h", R"(0 0 - 80 -)"},
         {"https://h/x", R"(1 1 "h" 443 "x")"},
@@ -42,17 +44,20 @@ TEST(QorInetUrl, SplitsHostPortAndPath) {
         {"http://h:" + zeros + "1234/x", R"(1 0 "h" 1234 "x")"},
         {"http://h:" + zeros + "12345/x", R"(1 0 "h" 1234 "x")"}, // cut to 199 characters
     };
-    for (const Case& c : cases) {
+    for (const auto& [text, expected] : cases) {
         QORINET_URL url;
         memset(&url, 0x55, sizeof url);
-        const int result = QorInetUrlParse(c.url.c_str(), &url, 8080);
+        const int result = QorInetUrlParse(text.c_str(), &url, 8080);
         EXPECT_EQ(std::to_string(result) + ' ' + std::to_string(url.secure) + ' ' +
                       quoted(url.host) + ' ' + std::to_string(url.port) + ' ' + quoted(url.path),
-                  c.expected)
-            << c.url;
-        EXPECT_TRUE(url.text1 == nullptr && url.text2 == nullptr);
-        EXPECT_EQ(hex(url.reserved, sizeof url.reserved), "0000000000000000");
+                  expected)
+            << text;
+        EXPECT_TRUE(url.text1 == nullptr && url.text2 == nullptr && url.reserved[7] == 0);
+        // Every text is released, also the caller's own.
+        url.text1 = static_cast<char*>(calloc(2, 1));
+        url.text2 = static_cast<char*>(calloc(2, 1));
         QorInetUrlFree(&url);
+        EXPECT_TRUE(consistsOf(url, 0));
     }
 }
 
@@ -60,19 +65,8 @@ TEST(QorInetUrl, LeavesTheRecordWithoutAText) {
     QORINET_URL url;
     memset(&url, 0x55, sizeof url);
     EXPECT_EQ(QorInetUrlParse(nullptr, &url, 1) + QorInetUrlParse("", &url, 1), 0);
-    EXPECT_EQ(unhex(hex(&url, sizeof url)), Bytes(45, 0x55));
+    EXPECT_TRUE(consistsOf(url, 0x55));
     EXPECT_EQ(QorInetUrlParse("http://h/", nullptr, 1), 0);
-}
-
-TEST(QorInetUrl, ReleasesEveryTextAndZeroes) {
-    QORINET_URL url;
-    ASSERT_EQ(QorInetUrlParse("https://h:1/x", &url, 1), 1);
-    url.text1 = static_cast<char*>(calloc(2, 1));
-    url.text2 = static_cast<char*>(calloc(2, 1));
-    url.reserved[0] = 1;
-    QorInetUrlFree(&url);
-    EXPECT_EQ(unhex(hex(&url, sizeof url)), Bytes(45));
-    QorInetUrlFree(&url);
     QorInetUrlFree(nullptr);
 }
 

@@ -19,55 +19,29 @@ namespace support {
 
 namespace {
 
-sockaddr_in loopbackAddress(std::uint16_t port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    return address;
-}
-
-// A socket on the loopback address of a family, with any free port; -1 on failure.
-int bindToLoopback(int family) {
-    const int descriptor = socket(family, SOCK_STREAM, 0);
-    makePrivate(descriptor);
-    const sockaddr_in v4 = loopbackAddress(0);
+// Binds to, or connects with, a port of the loopback address of a family.
+bool useLoopback(decltype(connect)* use, int descriptor, int family, std::uint16_t port) {
+    sockaddr_in v4 = {};
+    v4.sin_family = AF_INET;
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    v4.sin_port = htons(port);
     sockaddr_in6 v6 = {};
     v6.sin6_family = AF_INET6;
     v6.sin6_addr = in6addr_loopback;
-    const int failed = family == AF_INET6
-                           ? bind(descriptor, reinterpret_cast<const sockaddr*>(&v6), sizeof v6)
-                           : bind(descriptor, reinterpret_cast<const sockaddr*>(&v4), sizeof v4);
-    if (failed == 0) {
-        return descriptor;
-    }
-    close(descriptor);
-    return -1;
+    v6.sin6_port = htons(port);
+    return (family == AF_INET6 ? use(descriptor, reinterpret_cast<sockaddr*>(&v6), sizeof v6)
+                               : use(descriptor, reinterpret_cast<sockaddr*>(&v4), sizeof v4)) == 0;
 }
 
-// Servers get ports below those that systems give to sockets on their own, so that no connection
-// takes one before its server does. The UDP port of the same number keeps other tests away from it.
-constexpr unsigned int firstServerPort = 20000;
-constexpr unsigned int serverPorts = 10000;
-
-int bindToPort(int type, std::uint16_t port) {
-    const int descriptor = socket(AF_INET, type, 0);
+// A socket that is bound to the port, or with 0 to any free one; -1 on failure.
+int bindToLoopback(int family, int type, std::uint16_t port) {
+    const int descriptor = socket(family, type, 0);
     makePrivate(descriptor);
-    const sockaddr_in address = loopbackAddress(port);
-    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    if (useLoopback(bind, descriptor, family, port)) {
         return descriptor;
     }
     close(descriptor);
     return -1;
-}
-
-// False where nobody answers: the queue is full.
-bool isAnswered(int descriptor, std::uint16_t port) {
-    makeNonBlocking(descriptor);
-    const sockaddr_in address = loopbackAddress(port);
-    pollfd waiting = {descriptor, POLLOUT, 0};
-    return connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
-           poll(&waiting, 1, 100) == 1;
 }
 
 std::size_t entriesOf(const char* path) {
@@ -97,7 +71,7 @@ void makeNonBlocking(int descriptor) {
 }
 
 int listenOnLoopback(int family, int backlog) {
-    const int listener = bindToLoopback(family);
+    const int listener = bindToLoopback(family, SOCK_STREAM, 0);
     listen(listener, backlog);
     return listener;
 }
@@ -109,12 +83,14 @@ std::uint16_t portOf(int descriptor) {
     return ntohs(address.sin6_port);
 }
 
+// Servers get ports below those that systems give to sockets on their own, so that no connection
+// takes one before its server does. The UDP port of the same number keeps other tests away from it.
 std::uint16_t unusedPort() {
     static unsigned int next = static_cast<unsigned int>(getpid()) * 8;
     for (int tries = 0; tries < 1000; ++tries) {
-        const auto port = static_cast<std::uint16_t>(firstServerPort + next++ % serverPorts);
-        const bool reserved = bindToPort(SOCK_DGRAM, port) >= 0; // until the process ends
-        const int free = reserved ? bindToPort(SOCK_STREAM, port) : -1;
+        const auto port = static_cast<std::uint16_t>(20000 + next++ % 10000);
+        const bool reserved = bindToLoopback(AF_INET, SOCK_DGRAM, port) >= 0;
+        const int free = reserved ? bindToLoopback(AF_INET, SOCK_STREAM, port) : -1;
         if (free >= 0) {
             close(free);
             return port;
@@ -124,24 +100,22 @@ std::uint16_t unusedPort() {
 }
 
 std::uint16_t refusingPort() {
-    static const int descriptor = bindToLoopback(AF_INET);
+    static const int descriptor = bindToLoopback(AF_INET, SOCK_STREAM, 0);
     return portOf(descriptor);
 }
 
-FullBacklogListener::FullBacklogListener() : sockets_{listenOnLoopback(AF_INET, 1)} {
-    // Systems round the backlog up, each in its own way (macOS makes 128 out of 0): connect until
-    // one is not answered.
-    const std::uint16_t listening = portOf(sockets_[0]);
-    while (port == 0 && sockets_.size() < 64) {
-        sockets_.push_back(socket(AF_INET, SOCK_STREAM, 0));
-        port = isAnswered(sockets_.back(), listening) ? std::uint16_t{0} : listening;
+// Systems round a backlog up, each in its own way (macOS makes 128 out of 0): connects until one is
+// not answered.
+std::uint16_t unansweringPort() {
+    const std::uint16_t port = portOf(listenOnLoopback(AF_INET, 1));
+    for (int tries = 0; tries < 64; ++tries) {
+        pollfd client = {socket(AF_INET, SOCK_STREAM, 0), POLLOUT, 0};
+        makeNonBlocking(client.fd);
+        if (!useLoopback(connect, client.fd, AF_INET, port) && poll(&client, 1, 100) == 0) {
+            return port;
+        }
     }
-}
-
-FullBacklogListener::~FullBacklogListener() {
-    for (const int descriptor : sockets_) {
-        close(descriptor);
-    }
+    return 0;
 }
 
 std::size_t openDescriptors() {

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <vector>
 
 namespace support {
 
@@ -26,28 +25,12 @@ int listenOnLoopback(int family, int backlog);
 // The port that a socket is bound to, 0 on failure.
 std::uint16_t portOf(int descriptor);
 
-// A port of 127.0.0.1 for a server to take; until the process ends no other test gets it. 0 where
-// there is none.
+// Ports of 127.0.0.1 that no other test gets until the process ends: for a server to take (0 where
+// there is none); that refuses connections; and with a listener whose queue is full, so that a
+// connect hangs until the caller gives up (0 where the queue could not be filled).
 std::uint16_t unusedPort();
-
-// A port of 127.0.0.1 that refuses connections: as long as the process lives it is taken, but
-// nobody listens on it.
 std::uint16_t refusingPort();
-
-// A listener on 127.0.0.1 whose queue is full: a blocking connect to it hangs until the caller
-// gives up. The port is 0 where the queue could not be filled.
-class FullBacklogListener {
-public:
-    FullBacklogListener();
-    ~FullBacklogListener();
-    FullBacklogListener(const FullBacklogListener&) = delete;
-    FullBacklogListener& operator=(const FullBacklogListener&) = delete;
-
-    std::uint16_t port = 0;
-
-private:
-    std::vector<int> sockets_; // the listener and those that fill its queue
-};
+std::uint16_t unansweringPort();
 
 // How many descriptors the process has open, and how many threads it runs.
 std::size_t openDescriptors();

@@ -98,12 +98,8 @@ Nginx::Nginx() : RealServer("nginx", "-e stderr -p \"$PWD\" -c server.conf", "}\
     addServerLines("listen 127.0.0.1:" + std::to_string(port()) + ";");
 }
 
-void Nginx::addFile(const std::string& name, const std::string& bytes) {
-    directory_.write("files/" + name, bytes);
-}
-
 void Nginx::addFile(const std::string& name, const std::string& bytes, std::time_t modified) {
-    addFile(name, bytes);
+    directory_.write("files/" + name, bytes);
     setModificationTime(directory_.path("files/" + name), modified);
 }
 

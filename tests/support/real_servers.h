@@ -63,9 +63,8 @@ class Nginx : public RealServer {
 public:
     Nginx();
 
-    // Serves bytes as "/" and the name, before or after start(); the file was last modified then.
-    void addFile(const std::string& name, const std::string& bytes);
-    void addFile(const std::string& name, const std::string& bytes, std::time_t modified);
+    // Serves bytes as "/" and the name, before or after start(), with the time of modification.
+    void addFile(const std::string& name, const std::string& bytes, std::time_t modified = 0);
     // Lines for the server block (locations, directives), before start().
     void addServerLines(const std::string& lines);
     std::string url(const std::string& path) const;

@@ -4,6 +4,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <utility>
@@ -12,35 +13,18 @@ namespace support {
 
 namespace {
 
-// How long a connection that is closed waits for the peer to close its side too.
-constexpr std::chrono::milliseconds drainLimit{100};
-
 // A request that came together with its forerunner on the same connection is not handled: the
 // clients here speak HTTP/1.0, one request each.
 bool isWholeRequest(const std::string& received) {
     static const std::string name = "\r\nContent-Length:";
     const std::size_t blank = received.find("\r\n\r\n");
-    if (blank == std::string::npos) {
-        return false;
-    }
     std::size_t body = 0;
-    for (std::size_t at = 0; at < blank; ++at) {
+    for (std::size_t at = 0; blank != std::string::npos && at < blank; ++at) {
         if (strncasecmp(received.c_str() + at, name.c_str(), name.size()) == 0) {
             body = strtoul(received.c_str() + at + name.size(), nullptr, 10);
         }
     }
-    return received.size() >= blank + 4 + body;
-}
-
-// send(2) that raises no SIGPIPE.
-ssize_t sendQuietly(int descriptor, const void* data, std::size_t size) {
-#if defined(SO_NOSIGPIPE)
-    const int on = 1;
-    setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
-    return send(descriptor, data, size, 0);
-#else
-    return send(descriptor, data, size, MSG_NOSIGNAL);
-#endif
+    return blank != std::string::npos && received.size() >= blank + 4 + body;
 }
 
 } // namespace
@@ -51,8 +35,7 @@ Step readRequest() {
 
 Step readBytes(std::size_t total) {
     return [total](ScriptedServer& server) {
-        return server.readUntil(
-            [total](const std::string& bytes) { return bytes.size() >= total; });
+        return server.readUntil([total](const std::string& got) { return got.size() >= total; });
     };
 }
 
@@ -67,20 +50,23 @@ Step sendBytes(std::string bytes) {
     return [bytes = std::move(bytes)](ScriptedServer& server) { return server.send(bytes); };
 }
 
+Step sendBytewise(std::string bytes) {
+    return [bytes = std::move(bytes)](ScriptedServer& server) {
+        return std::all_of(bytes.begin(), bytes.end(),
+                           [&server](char c) { return server.send(std::string(1, c)); });
+    };
+}
+
 Step pauseFor(std::chrono::milliseconds time) {
     return [time](ScriptedServer&) { return !waitUntil([] { return false; }, time); };
 }
 
 Step pauseUntilReleased() {
-    return [](ScriptedServer& server) { return server.pause(); };
-}
-
-Step closeNow() {
-    return [](ScriptedServer& server) { return server.close(); };
+    return &ScriptedServer::pause;
 }
 
 Step reset() {
-    return [](ScriptedServer& server) { return server.reset(); };
+    return &ScriptedServer::reset;
 }
 
 ScriptedServer::ScriptedServer(std::vector<Script> scripts, int family)
@@ -110,11 +96,6 @@ std::string ScriptedServer::received(std::size_t connection) const {
     return connection < received_.size() ? received_[connection] : std::string();
 }
 
-std::size_t ScriptedServer::connections() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return received_.size();
-}
-
 void ScriptedServer::release() {
     ++releases_;
 }
@@ -122,7 +103,7 @@ void ScriptedServer::release() {
 bool ScriptedServer::readUntil(const std::function<bool(const std::string&)>& enough) {
     while (!enough(received_.back())) {
         char buffer[64 * 1024];
-        const ssize_t got = ready(POLLIN) ? recv(peer_, buffer, sizeof buffer, 0) : -1;
+        const ssize_t got = ready(peer_, POLLIN) ? recv(peer_, buffer, sizeof buffer, 0) : -1;
         if (got <= 0) {
             return false;
         }
@@ -138,15 +119,19 @@ bool ScriptedServer::isAtEnd() const {
 }
 
 bool ScriptedServer::send(const std::string& bytes) {
-    for (std::size_t at = 0; at < bytes.size();) {
-        const ssize_t sent =
-            ready(POLLOUT) ? sendQuietly(peer_, &bytes[at], bytes.size() - at) : -1;
-        if (sent < 0) {
-            return false;
-        }
-        at += static_cast<std::size_t>(sent);
+#if defined(SO_NOSIGPIPE)
+    constexpr int flags = 0;
+    const int on = 1;
+    setsockopt(peer_, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#else
+    constexpr int flags = MSG_NOSIGNAL;
+#endif
+    ssize_t sent = 0;
+    for (std::size_t at = 0; at < bytes.size() && sent >= 0; at += static_cast<std::size_t>(sent)) {
+        const bool free = ready(peer_, POLLOUT);
+        sent = free ? ::send(peer_, &bytes[at], bytes.size() - at, flags) : -1;
     }
-    return true;
+    return sent >= 0;
 }
 
 bool ScriptedServer::pause() {
@@ -157,7 +142,8 @@ bool ScriptedServer::pause() {
 bool ScriptedServer::close() {
     shutdown(peer_, SHUT_WR);
     char rest[4096];
-    while (ready(POLLIN, drainLimit) && recv(peer_, rest, sizeof rest, 0) > 0) {
+    const std::chrono::milliseconds drainLimit(100); // until the peer closes its side too
+    while (ready(peer_, POLLIN, drainLimit) && recv(peer_, rest, sizeof rest, 0) > 0) {
     }
     return ::close(std::exchange(peer_, -1)) == 0;
 }
@@ -169,44 +155,44 @@ bool ScriptedServer::reset() {
 }
 
 void ScriptedServer::run() {
-    for (std::size_t index = 0; index < scripts_.size() && accept(index); ++index) {
-        std::size_t step = 0;
-        while (step < scripts_[index].size() && scripts_[index][step](*this)) {
-            ++step;
+    makeNonBlocking(listener_);
+    for (std::size_t index = 0; index < scripts_.size(); ++index) {
+        const std::string connection = "connection " + std::to_string(index);
+        waitUntil([this] {
+            peer_ = ::accept(listener_, nullptr, nullptr);
+            return peer_ >= 0 || stopping_;
+        });
+        if (peer_ < 0) {
+            problem_ += connection + " did not come";
+            break;
         }
-        if (step < scripts_[index].size()) {
-            problem_ += "connection " + std::to_string(index) + ", step " + std::to_string(step) +
-                        " failed; ";
+        if (index + 1 == scripts_.size()) {
+            ::close(std::exchange(listener_, -1));
         }
-        if (peer_ >= 0) {
-            close();
-        }
+        makePrivate(peer_);
+        makeNonBlocking(peer_);
+        play(scripts_[index], connection);
     }
     ::close(listener_);
 }
 
-bool ScriptedServer::accept(std::size_t index) {
-    makeNonBlocking(listener_);
-    waitUntil([this] {
-        peer_ = ::accept(listener_, nullptr, nullptr);
-        return peer_ >= 0 || stopping_;
-    });
-    if (peer_ < 0) {
-        problem_ += "connection " + std::to_string(index) + " did not come";
-        return false;
+void ScriptedServer::play(const Script& script, const std::string& connection) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        received_.emplace_back();
     }
-    if (index + 1 == scripts_.size()) {
-        ::close(std::exchange(listener_, -1));
+    const auto failed = std::find_if(script.begin(), script.end(),
+                                     [this](const Step& step) { return !step(*this); });
+    if (failed != script.end()) {
+        problem_ += connection + ", step " + std::to_string(failed - script.begin()) + " failed; ";
     }
-    makePrivate(peer_);
-    makeNonBlocking(peer_);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    received_.emplace_back();
-    return true;
+    if (peer_ >= 0) {
+        close();
+    }
 }
 
-bool ScriptedServer::ready(short events, std::chrono::milliseconds limit) const {
-    pollfd waiting = {peer_, events, 0};
+bool ScriptedServer::ready(int descriptor, short events, std::chrono::milliseconds limit) const {
+    pollfd waiting = {descriptor, events, 0};
     return waitUntil([&] { return stopping_ || poll(&waiting, 1, 0) == 1; }, limit) && !stopping_;
 }
 

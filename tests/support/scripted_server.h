@@ -48,10 +48,11 @@ Step readBytes(std::size_t total);
 // Reads until the peer closes its side, in order or with a reset.
 Step readToEnd();
 Step sendBytes(std::string bytes);
+// Sends each byte by itself.
+Step sendBytewise(std::string bytes);
 Step pauseFor(std::chrono::milliseconds time);
 // Holds the connection until the test calls release().
 Step pauseUntilReleased();
-Step closeNow();
 // Ends the connection with a reset (RST) instead of an orderly close.
 Step reset();
 
@@ -71,8 +72,6 @@ public:
     std::string wait();
     // The bytes that came in on a connection (counted from 0) so far.
     std::string received(std::size_t connection) const;
-    // How many connections were taken so far.
-    std::size_t connections() const;
     // Lets the pause that the server stands at, or the next one, end.
     void release();
 
@@ -86,8 +85,8 @@ public:
 
 private:
     void run();
-    bool accept(std::size_t index);
-    bool ready(short events, std::chrono::milliseconds limit = stepLimit) const;
+    void play(const Script& script, const std::string& connection);
+    bool ready(int descriptor, short events, std::chrono::milliseconds limit = stepLimit) const;
 
     const std::vector<Script> scripts_;
     int listener_;
