@@ -10,6 +10,10 @@
  * names compare without regard to case. Truth results are 1 and 0. A null argument gives 0 and
  * changes nothing unless a declaration says otherwise; buffer sizes are in bytes, terminator
  * included, and every text written into a buffer is cut to fit and terminated.
+ *
+ * Texts may hold passwords, so all memory in which the library keeps or copies one, its own stack
+ * included, is overwritten before it is released. What callers and their ciphers hold is theirs to
+ * overwrite, and what the C library leaves behind of a text that it formats is not reached.
  */
 #pragma once
 
@@ -315,8 +319,7 @@ public:
     /**
      * @name Enciphered values
      * Single values as "crypt:" and hexadecimal digits. The ciphers stay installed when the
-     * document is closed; `context` is passed to them and may be null. The memory in which they
-     * work is overwritten before it is released; the caller's own is the caller's matter.
+     * document is closed; `context` is passed to them and may be null.
      * @{
      */
 
@@ -349,18 +352,22 @@ public:
 
     /**
      * @name Enciphered files
-     * Close and the destructor write an edited document in plain, wherever it came from.
+     * Whatever but CloseFileCrypt writes an edited document writes it in plain, also over the
+     * enciphered file from which it came: Close, the destructor, OpenMem, and OpenFileCrypt over an
+     * open document, even where that then fails.
      * @{
      */
 
     /**
      * Reads and deciphers the file at `path`, takes the text over as it is, like OpenMem, which
-     * first writes an edited document back to its own file, and attaches the name.
+     * first writes an edited document in plain to its own file, and attaches the name. The path may
+     * stand in the earlier text.
      * @return 0 also if `decrypt` returns anything but 1 or a length beyond its buffer, if the file
      *         shrinks while it is read, has 4 GiB - 64 bytes or more, or is one that OpenFile
-     *         refuses. With a null argument nothing changes then; otherwise an earlier text stays,
-     *         is written back if it was edited, and gets the new name. Without one the document is
-     *         empty, and CloseFileCrypt creates the file after edits.
+     *         refuses. With a null argument nothing changes then; otherwise an earlier text stays
+     *         and gets the new name. If it was edited, it is written in plain to its own file, if
+     *         that can be opened. Without an earlier text the document is empty, and CloseFileCrypt
+     *         creates the file after edits.
      */
     signed char OpenFileCrypt(const char* path, ConfigFileDecryptFunc decrypt);
 
@@ -369,8 +376,8 @@ public:
      * and releases the text. The umask of the process is 2 also while the cipher runs.
      * @return 0 if the file can't be opened or written whole, or `encrypt` returns a length beyond
      *         its buffer, which leaves the file as it is; with a null argument, which leaves the
-     *         document open. If the cipher fails or memory is short, the file stays as it is and
-     *         the result is 1: only the cipher itself tells.
+     *         document open. If the cipher fails, memory is short, or the text has 4 GiB - 64 bytes
+     *         or more, the file stays as it is and the result is 1: only the cipher itself tells.
      */
     signed char CloseFileCrypt(ConfigFileEncryptFunc encrypt);
 
@@ -413,6 +420,7 @@ private:
     QOR_LOCAL static bool nameFits(const char* path);
     QOR_LOCAL void attachName(const char* path);
     QOR_LOCAL bool readFile();
+    QOR_LOCAL signed char openCopy(const char* source, std::size_t limit);
     QOR_LOCAL bool isToBeWritten() const;
     QOR_LOCAL bool writeBack() const;
     QOR_LOCAL void discard();

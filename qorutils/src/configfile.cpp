@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -32,7 +33,8 @@ constexpr unsigned int writtenSize = 512;
 constexpr std::size_t encodedSize = 513;
 
 // Kept: lines are taken in pieces, as texts, so that a zero byte takes the rest of its piece along,
-// the line end included. Closes the gaps in place and returns the length that is left.
+// the line end included. Closes the gaps in place, wipes what is left over behind the text, and
+// returns its length.
 std::size_t dropBehindZeros(char* text, std::size_t length) {
     if (std::memchr(text, '\0', length) == nullptr) {
         return length;
@@ -47,6 +49,7 @@ std::size_t dropBehindZeros(char* text, std::size_t length) {
         std::memmove(text + kept, piece, size);
         kept += size;
     }
+    secret::wipe(text + kept, length - kept);
     return kept;
 }
 
@@ -57,7 +60,7 @@ char* readText(int fd, off_t fileSize, std::size_t* length) {
     char* const text = static_cast<char*>(std::malloc(size));
     const ssize_t got = text == nullptr ? -1 : configio::readAll(fd, text, size - 1);
     if (got < 0) {
-        std::free(text);
+        secret::dispose(text, size);
         return nullptr;
     }
     *length = dropBehindZeros(text, static_cast<std::size_t>(got));
@@ -179,12 +182,10 @@ signed char ConfigFile::OpenFile(const char* path) {
     return opened ? 1 : 0;
 }
 
-signed char ConfigFile::OpenMem(const char* source, int length) {
-    if (source == nullptr) {
-        source = "";
-        length = 0;
-    }
-    const std::size_t size = length < 0 ? std::strlen(source) : static_cast<std::size_t>(length);
+// Closes the document and takes over a copy of a text, which ends at its first zero byte or behind
+// `limit` bytes. What stands behind a zero byte is not copied: nothing would wipe it.
+signed char ConfigFile::openCopy(const char* source, std::size_t limit) {
+    const std::size_t size = strlen_qor(source, limit);
     // Copied before the old text goes, which may be the source.
     char* const copy = static_cast<char*>(std::malloc(size + 1));
     if (copy != nullptr) {
@@ -192,9 +193,16 @@ signed char ConfigFile::OpenMem(const char* source, int length) {
         copy[size] = '\0';
     }
     Close();
-    replaceText(copy, copy == nullptr ? 0 : std::strlen(copy));
+    replaceText(copy, copy == nullptr ? 0 : size);
     ensureText();
     return copy == nullptr ? 0 : 1;
+}
+
+signed char ConfigFile::OpenMem(const char* source, int length) {
+    if (source == nullptr) {
+        return openCopy("", 0);
+    }
+    return openCopy(source, length < 0 ? SIZE_MAX : static_cast<std::size_t>(length));
 }
 
 bool ConfigFile::isToBeWritten() const {
@@ -266,32 +274,34 @@ signed char ConfigFile::delStr(unsigned long pos, unsigned long count) {
 
 signed char ConfigFile::appendGroup(const char* group, const char* name, const char* value,
                                     unsigned int size) {
-    char added[writtenSize];
-    sprintf_qor(added, size, "\n\n[%s]\n%s=%s\n", group, name, value);
-    return addStr(added, textLength);
+    secret::Text<writtenSize> added;
+    sprintf_qor(added.chars, size, "\n\n[%s]\n%s=%s\n", group, name, value);
+    return addStr(added.chars, textLength);
 }
 
 signed char ConfigFile::WriteStr(const char* group, const char* name, const char* value) {
     if (group == nullptr || name == nullptr || value == nullptr) {
         return 0;
     }
-    char encoded[encodedSize];
-    encodeValue(value, encoded);
+    secret::Text<encodedSize> encoded;
+    encodeValue(value, encoded.chars);
     char* start = nullptr;
     char* end = nullptr;
     if (getGroupPos(group, &start, &end) == 0) {
-        return appendGroup(group, name, encoded, writtenSize);
+        return appendGroup(group, name, encoded.chars, writtenSize);
     }
-    char oldValue[configtext::lineBufferSize];
+    secret::Text<configtext::lineBufferSize> oldValue;
     char* position = nullptr;
-    if (getValuePos(name, 0, start, end, &position, oldValue, sizeof oldValue, rawValue) != 0) {
+    if (getValuePos(name, 0, start, end, &position, oldValue.chars, sizeof oldValue.chars,
+                    rawValue) != 0) {
         // Kept: the old value counts as it was read, so tabs that stood in it leave some of it.
-        return splice(static_cast<unsigned long>(position - text), std::strlen(oldValue), encoded);
+        return splice(static_cast<unsigned long>(position - text), std::strlen(oldValue.chars),
+                      encoded.chars);
     }
-    char added[writtenSize];
-    sprintf_qor(added, sizeof added, "%s=%s\n", name, encoded);
+    secret::Text<writtenSize> added;
+    sprintf_qor(added.chars, sizeof added.chars, "%s=%s\n", name, encoded.chars);
     // Kept: no line end is put before the line, so it continues a last line that lacks its own.
-    return addStr(added, static_cast<unsigned long>(end + 1 - text));
+    return addStr(added.chars, static_cast<unsigned long>(end + 1 - text));
 }
 
 signed char ConfigFile::AddStr(const char* group, const char* name, const char* value) {
@@ -304,9 +314,9 @@ signed char ConfigFile::AddStr(const char* group, const char* name, const char* 
         return appendGroup(group, name, value, addedSize);
     }
     // Kept: a line that is cut loses its line end too and runs into the next group's header.
-    char added[addedSize];
-    sprintf_qor(added, sizeof added, "\n%s=%s\n", name, value);
-    return addStr(added, static_cast<unsigned long>(end + 1 - text));
+    secret::Text<addedSize> added;
+    sprintf_qor(added.chars, sizeof added.chars, "\n%s=%s\n", name, value);
+    return addStr(added.chars, static_cast<unsigned long>(end + 1 - text));
 }
 
 signed char ConfigFile::DeleteValue(const char* group, const char* name) {

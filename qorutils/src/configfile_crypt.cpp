@@ -151,21 +151,23 @@ bool ConfigFile::openDeciphered(const char* path, ConfigFileDecryptFunc decrypt)
     if (!complete || decrypt(buffer.bytes(), buffer.size(), &length) != 1) {
         return false;
     }
-    return length <= buffer.size() && length <= INT_MAX &&
-           OpenMem(buffer.text(), static_cast<int>(length)) != 0;
+    return length <= buffer.size() && openCopy(buffer.text(), length) != 0;
 }
 
 signed char ConfigFile::OpenFileCrypt(const char* path, ConfigFileDecryptFunc decrypt) {
     if (path == nullptr || decrypt == nullptr) {
         return 0;
     }
-    const bool opened = nameFits(path) && openDeciphered(path, decrypt);
+    // The path may stand in the text, which goes before the name is attached.
+    char newName[sizeof fileName];
+    strcpy_qor(newName, sizeof newName, nameFits(path) ? path : "");
+    const bool opened = openDeciphered(newName, decrypt);
     if (!opened) {
         // Kept: an earlier text stays and gets the new name, under which its edits do not belong.
         writeBack();
         dirty = 0;
     }
-    attachName(path);
+    attachName(newName);
     ensureText();
     openedEncrypted = opened ? 1 : 0;
     return opened ? 1 : 0;

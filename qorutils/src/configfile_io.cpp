@@ -42,7 +42,7 @@ off_t sizeOf(int fd) {
     if (!S_ISREG(status.st_mode)) {
         return -1;
     }
-    const off_t size = lseek(fd, 0, SEEK_END);
+    const off_t size = filecalls::seekEnd(fd);
     return size >= 0 && lseek(fd, 0, SEEK_SET) == 0 ? size : -1;
 }
 
@@ -96,9 +96,10 @@ Written writeFile(const char* path, const void* bytes, std::size_t size) {
     if (fd < 0) {
         return Written::notOpened;
     }
-    const bool whole = writeAll(fd, static_cast<const char*>(bytes), size);
-    close(fd);
-    return whole ? Written::whole : Written::partly;
+    const bool written = writeAll(fd, static_cast<const char*>(bytes), size);
+    // Not retried: the descriptor is gone even where this fails.
+    const bool closed = filecalls::closeFile(fd) == 0;
+    return written && closed ? Written::whole : Written::partly;
 }
 
 GroupUmask::GroupUmask() : oldMask(umask(2)) {}

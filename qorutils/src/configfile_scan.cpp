@@ -10,6 +10,7 @@
 
 #include "configfile_text.h"
 #include "qoros.h"
+#include "secret.h"
 
 using configtext::find;
 using configtext::findLineEnd;
@@ -111,6 +112,11 @@ char* findUncommentedBracket(char* from, char* stop) {
 // What is collected of one name or value.
 struct ConfigFile::Collected {
     explicit Collected(std::size_t lengthLimit) : limit(lengthLimit) {}
+    ~Collected() {
+        secret::wipe(text, length);
+    }
+    Collected(const Collected&) = delete;
+    Collected& operator=(const Collected&) = delete;
 
     // False once the limit is reached, with which the line is given up.
     bool collect(char* p) {
@@ -287,9 +293,10 @@ signed char ConfigFile::ExistNStr(const char* group, const char* name, const cha
         return 0;
     }
     char* position = nullptr;
-    char found[configtext::lineBufferSize];
-    while (getValuePos(name, length, line, end, &position, found, sizeof found, 0) != 0) {
-        if (std::strcmp(found, value) == 0) {
+    secret::Text<configtext::lineBufferSize> found;
+    while (getValuePos(name, length, line, end, &position, found.chars, sizeof found.chars, 0) !=
+           0) {
+        if (std::strcmp(found.chars, value) == 0) {
             return 1;
         }
         line = findLineEnd(position, rangeStop(end)) + 1;

@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "qoros.h"
+#include "secret.h"
 
 namespace {
 
@@ -38,11 +39,11 @@ signed char readAs(const ConfigFile& config, const char* group, const char* name
         return 0;
     }
     *out = defaultValue;
-    char value[typedValueSize];
-    if (config.ReadStr(group, name, value, sizeof value) == 0) {
+    secret::Text<typedValueSize> value;
+    if (config.ReadStr(group, name, value.chars, typedValueSize) == 0) {
         return 0;
     }
-    *out = convert(value);
+    *out = convert(value.chars);
     return 1;
 }
 
@@ -84,9 +85,9 @@ signed char ConfigFile::ReadBool(const char* group, const char* name, signed cha
 }
 
 signed char ConfigFile::WriteInt(const char* group, const char* name, unsigned int value) {
-    char digits[512];
-    sprintf_qor(digits, sizeof digits, "%d", static_cast<int>(value));
-    return WriteStr(group, name, digits);
+    secret::Text<sizeof "-2147483648"> digits;
+    sprintf_qor(digits.chars, sizeof digits.chars, "%d", static_cast<int>(value));
+    return WriteStr(group, name, digits.chars);
 }
 
 signed char ConfigFile::WriteBool(const char* group, const char* name, signed char value) {

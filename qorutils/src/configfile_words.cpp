@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "qoros.h"
+#include "secret.h"
 
 static_assert(offsetof(CONFIGSTR2INT, value) == 0 && offsetof(CONFIGSTR2INT, text) == 8 &&
               sizeof(CONFIGSTR2INT) == 16);
@@ -61,11 +62,11 @@ void appendWord(char* out, unsigned int size, const char* separator, const char*
 signed char ConfigFile::ReadStr2IntDef(const char* group, const char* name,
                                        const CONFIGSTR2INT* table, unsigned int* out,
                                        unsigned int defaultValue) const {
-    char value[wordsSize];
-    if (table == nullptr || !readWords(*this, group, name, value, out, defaultValue)) {
+    secret::Text<wordsSize> value;
+    if (table == nullptr || !readWords(*this, group, name, value.chars, out, defaultValue)) {
         return 0;
     }
-    const CONFIGSTR2INT* const row = findWord(table, value);
+    const CONFIGSTR2INT* const row = findWord(table, value.chars);
     if (row == nullptr) {
         return 0;
     }
@@ -81,13 +82,13 @@ signed char ConfigFile::ReadStr2Int(const char* group, const char* name, const C
 signed char ConfigFile::ReadBitMaskDef(const char* group, const char* name,
                                        const CONFIGBITMASK* table, unsigned int* out,
                                        unsigned int defaultValue) const {
-    char value[wordsSize];
-    if (table == nullptr || !readWords(*this, group, name, value, out, defaultValue)) {
+    secret::Text<wordsSize> value;
+    if (table == nullptr || !readWords(*this, group, name, value.chars, out, defaultValue)) {
         return 0;
     }
     signed char result = 1;
     char* rest = nullptr;
-    for (const char* word = strtok_r(value, readSeparators, &rest); word != nullptr;
+    for (const char* word = strtok_r(value.chars, readSeparators, &rest); word != nullptr;
          word = strtok_r(nullptr, readSeparators, &rest)) {
         const CONFIGBITMASK* const row = findWord(table, word);
         // Kept: the default's bits stay set, and an unknown word does not keep the others out.
@@ -107,13 +108,14 @@ signed char ConfigFile::WriteBitMask(const char* group, const char* name,
     if (group == nullptr || name == nullptr || table == nullptr) {
         return 0;
     }
-    char words[wordsSize] = "";
+    secret::Text<wordsSize> words;
+    words.chars[0] = '\0';
     for (const CONFIGBITMASK* row = table; !isEnd(*row); ++row) {
         if ((row->value & mask) != 0) {
-            appendWord(words, sizeof words, writtenSeparator, row->text, words[0] == '\0');
+            appendWord(words.chars, wordsSize, writtenSeparator, row->text, words.chars[0] == '\0');
         }
     }
-    return WriteStr(group, name, words);
+    return WriteStr(group, name, words.chars);
 }
 
 const char* ConfigFile::Int2Text(unsigned int value, const CONFIGSTR2INT* table) {

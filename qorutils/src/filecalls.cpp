@@ -20,4 +20,12 @@ FILECALLS_REPLACEABLE ssize_t writeBytes(int fd, const char* buffer, std::size_t
     return write(fd, buffer, size);
 }
 
+FILECALLS_REPLACEABLE off_t seekEnd(int fd) {
+    return lseek(fd, 0, SEEK_END);
+}
+
+FILECALLS_REPLACEABLE int closeFile(int fd) {
+    return close(fd);
+}
+
 } // namespace filecalls

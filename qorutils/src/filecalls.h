@@ -15,4 +15,10 @@ int openFile(const char* path, int flags);
 ssize_t readBytes(int fd, char* buffer, std::size_t size);
 ssize_t writeBytes(int fd, const char* buffer, std::size_t size);
 
+// lseek(2) to the end, where a file's size is.
+off_t seekEnd(int fd);
+
+// close(2), for a file that was written: some file systems tell only then that a write failed.
+int closeFile(int fd);
+
 } // namespace filecalls

@@ -14,6 +14,7 @@
 #include "mif32_memory.h"
 #include "mif32_wire.h"
 #include "qoripaddr.h"
+#include "secret.h"
 
 namespace {
 
@@ -31,13 +32,6 @@ static_assert(offsetof(Mif32, data) == 0 && offsetof(Mif32, length) == sizeof(vo
               offsetof(Mif32, allocationFailed) == sizeof(void*) + 8 &&
               offsetof(Mif32, externalMemory) == sizeof(void*) + 9);
 static_assert(sizeof(void*) != 8 || sizeof(Mif32) == 24);
-
-// Messages hold passwords. The empty assembly reads the memory as far as the compiler can tell, so
-// that zeros written just before a free are not dropped as useless.
-void wipe(unsigned char* bytes, std::size_t count) {
-    memset(bytes, 0, count);
-    __asm__ __volatile__("" : : "r"(bytes) : "memory");
-}
 
 unsigned char* allocate(unsigned int size) {
     return static_cast<unsigned char*>(malloc(std::max(size, 1U)));
@@ -281,7 +275,7 @@ void Mif32::ClearBuffer() {
     }
     length = 0;
     if (data != nullptr) {
-        wipe(data, allocatedLength);
+        secret::wipe(data, allocatedLength); // messages hold passwords
     }
 }
 

@@ -10,7 +10,7 @@ namespace secret {
 
 // The empty assembly reads the memory as far as the compiler can tell, so that zeros written just
 // before a release are not dropped as useless.
-void wipe(void* bytes, std::size_t size) {
+SECRET_REPLACEABLE void wipe(void* bytes, std::size_t size) {
     std::memset(bytes, 0, size);
     __asm__ __volatile__("" : : "r"(bytes) : "memory");
 }

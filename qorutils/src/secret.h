@@ -5,11 +5,12 @@
 
 namespace secret {
 
-// Overwrites memory with zeros, also where the compiler sees that nobody reads them.
+// Overwrites memory with zeros, also where the compiler sees that nobody reads them. This and the
+// next two are weak, so that a test program of internals puts its own in their place and looks at
+// what the memory holds when it is overwritten and released.
 void wipe(void* bytes, std::size_t size);
 
-// Zeroed memory, null where it is short, and its release. Both are weak, so that a test program of
-// internals puts its own in their place and looks at what the memory holds when it is released.
+// Zeroed memory, null where it is short, and its release.
 void* allocate(std::size_t size);
 void release(void* bytes, std::size_t size);
 
@@ -42,6 +43,19 @@ public:
 private:
     void* memory;
     std::size_t count;
+};
+
+// Characters on the stack, uninitialised, which are overwritten at the end of their scope.
+template <std::size_t count>
+struct Text {
+    Text() = default;
+    ~Text() {
+        wipe(chars, count);
+    }
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+
+    char chars[count];
 };
 
 } // namespace secret
