@@ -1,7 +1,8 @@
 // Configuration texts. The input is a byte of options, a group, a name, a value, and the text, each
 // but the last ended by a zero byte. Everything that reads and edits runs over the text, and what
 // must hold whatever it says is checked. Values are also read as words and as enciphered ones. With
-// option bytes from 4 to 7 it also goes through a file.
+// option bytes from 4 to 7 it also goes through a file, and from 8 to 11 through a file whose
+// cipher returns what the text begins with.
 #include <unistd.h>
 
 #include <cctype>
@@ -203,17 +204,27 @@ void write(const Question& question, const std::string& text) {
     CHECK(config.Close() == 1);
 }
 
+struct TemporaryFile {
+    explicit TemporaryFile(const std::string& text) {
+        const int fd = mkstemp(path);
+        const auto size = static_cast<ssize_t>(text.size());
+        CHECK(fd >= 0 && ::write(fd, text.data(), text.size()) == size && close(fd) == 0);
+    }
+    ~TemporaryFile() {
+        unlink(path);
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    char path[sizeof "/tmp/fuzz_config.XXXXXX"] = "/tmp/fuzz_config.XXXXXX";
+};
+
 // A file says what the same bytes in memory say, and ends its last line. Behind a first zero byte
 // they differ.
 void readFile(const std::string& text) {
-    char path[] = "/tmp/fuzz_config.XXXXXX";
-    const int fd = mkstemp(path);
-    CHECK(fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()));
-    close(fd);
+    const TemporaryFile file(text);
     ConfigFile config;
-    const bool opened = config.OpenFile(path) != 0;
-    unlink(path);
-    CHECK(opened);
+    CHECK(config.OpenFile(file.path) == 1);
     const std::string found = config.GetBuffer();
     const std::string inMemory = text.substr(0, text.find('\0'));
     CHECK(found.compare(0, inMemory.size(), inMemory) == 0);
@@ -222,6 +233,32 @@ void readFile(const std::string& text) {
         const bool ended = !text.empty() && text.back() == '\n';
         CHECK(found.size() == text.size() + (ended ? 0 : 1));
     }
+}
+
+// What the cipher of a file returns: a result and a length.
+signed char cipherResult;
+unsigned int cipherLength;
+
+signed char decryptFile(unsigned char* buffer, unsigned long bufferSize, unsigned int* length) {
+    CHECK(bufferSize == *length + 64UL && buffer[*length] == 0 && buffer[bufferSize - 1] == 0);
+    *length = cipherLength;
+    return cipherResult;
+}
+
+// The first byte of the text is the result, the next four are the length.
+void readEnciphered(const std::string& text) {
+    if (text.size() < 5) {
+        return;
+    }
+    cipherResult = static_cast<signed char>(text[0]);
+    std::memcpy(&cipherLength, text.data() + 1, sizeof cipherLength);
+    const TemporaryFile file(text);
+    ConfigFile config;
+    const bool fits = cipherLength <= text.size() + 64;
+    CHECK(config.OpenFileCrypt(file.path, decryptFile) == (cipherResult == 1 && fits ? 1 : 0));
+    std::string plain = text + std::string(64, '\0');
+    plain.resize(cipherResult == 1 && fits ? cipherLength : 0);
+    CHECK(plain.substr(0, plain.find('\0')) == config.GetBuffer());
 }
 
 } // namespace
@@ -242,6 +279,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     convert(question, input.rest());
     if (data[0] >> 2 == 1) {
         readFile(input.rest());
+    } else if (data[0] >> 2 == 2) {
+        readEnciphered(input.rest());
     }
     return 0;
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <tuple>
 
 #include "configfile.h"
 #include "temp_directory.h"
@@ -55,8 +56,7 @@ signed char changeFile(unsigned char* buffer, unsigned long bufferSize, unsigned
 template <int encrypt>
 signed char cbc(unsigned char* buffer, unsigned long, unsigned int* length) {
     const unsigned char key[32] = "key";
-    int done = 0;
-    int last = 0;
+    int done = 0, last = 0;
     EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();
     EVP_CipherInit_ex(context, EVP_aes_256_cbc(), nullptr, key, key, encrypt);
     EVP_CipherUpdate(context, buffer, &done, buffer, static_cast<int>(*length));
@@ -76,83 +76,68 @@ struct ConfigFileCrypt : testing::Test {
     }
     const mode_t oldMask;
     const support::TempDirectory directory;
-    const std::string path = directory.path("file");
-    const std::string other = directory.path("other");
+    const std::string path = directory.path("file"), other = directory.path("other");
     ConfigFile config;
-    char out[600] = "kept";
-    signed char wasEncrypted = 7;
 };
 
 TEST_F(ConfigFileCrypt, ReadsValues) {
-    const struct {
-        std::string text, seen;
-        int cipherResult, length, result, wasEncrypted; // 7: as it was
-        std::string out;
-    } cases[] = {
-        {"k= plain ", "", 0, 0, 1, 0, "plain"},
-        {"k=CRYPT:610A", "a\n", 1, 2, 1, 1, "pp"},
-        {"k=crypt:zz61zz6", {"\0aa\6", 4}, -1, 512, 1, 1, std::string(511, 'p')},
-        {"k=crypt:", "", 0, 1, 1, 1, ""},
-        {"k=crypt", "", 0, 0, 1, 0, "crypt"},
-        {"k=crypt:61", "a", 0, 1, 0, 7, "kept"},
-        {"l=1", "", 0, 0, 0, 0, "kept"},
+    // What the cipher returns and how much; the result, wasEncrypted (7: as it was), the value.
+    const std::tuple<std::string, int, int, int, int, std::string, std::string> cases[] = {
+        {"k= plain ", 0, 0, 1, 0, "plain", ""},
+        {"k=CRYPT:610A", 1, 2, 1, 1, "pp", "a\n"},
+        {"k=crypt:zz61zz6", -1, 512, 1, 1, std::string(511, 'p'), {"\0aa\6", 4}},
+        {"k=crypt:", 0, 1, 1, 1, "", ""},
+        {"k=crypt", 0, 0, 1, 0, "crypt", ""},
+        {"k=crypt:61", 0, 1, 0, 7, "kept", "a"},
+        {"l=1", 0, 0, 0, 0, "kept", ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        std::strcpy(out, "kept");
-        wasEncrypted = 7;
-        cipher = {c.cipherResult, c.length, "", 0};
-        config.OpenMem(("[g]\n" + c.text).c_str(), -1);
-        EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 600, &wasEncrypted, &cipher), c.result);
-        EXPECT_EQ(wasEncrypted, c.wasEncrypted);
-        EXPECT_EQ(out, c.out);
-        EXPECT_EQ(cipher.seen, c.seen);
+    for (const auto& [text, cipherResult, length, result, was, value, seen] : cases) {
+        char out[600] = "kept";
+        signed char wasEncrypted = 7;
+        cipher = {cipherResult, length, "", 0};
+        config.OpenMem(("[g]\n" + text).c_str(), -1);
+        EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 600, &wasEncrypted, &cipher), result) << text;
+        EXPECT_EQ(wasEncrypted, was) << text;
+        EXPECT_TRUE(out == value && cipher.seen == seen) << text;
     }
 }
 
 TEST_F(ConfigFileCrypt, WritesValues) {
-    const struct {
-        int cipherResult, length;
-        const char* plain;
-        int result;
-        std::size_t digits;
-        int readable;
-    } cases[] = {
-        {-1, 2, "a # \xE9\n", 1, 4, 1}, {0, 3, "", 1, 0, 1},      {0, 1, "v", 0, 0, 0},
-        {1, 252, "v", 1, 504, 1},       {1, 253, "v", 1, 505, 0}, {1, 512, "v", 1, 505, 0},
-        {1, 513, "v", 0, 0, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.length);
-        cipher = {c.cipherResult, c.length, "", 0};
+    // What the cipher returns and how much; the result, the digits, and whether they are read.
+    const std::tuple<int, int, int, std::size_t, int, const char*> cases[] = {
+        {-1, 2, 1, 4, 1, "a # \xE9\n"}, {0, 3, 1, 0, 1, ""},      {0, 1, 0, 0, 0, "v"},
+        {1, 252, 1, 504, 1, "v"},       {1, 253, 1, 505, 0, "v"}, {1, 512, 1, 505, 0, "v"},
+        {1, 513, 0, 0, 0, "v"}};
+    for (const auto& [cipherResult, length, result, digits, readable, plain] : cases) {
+        cipher = {cipherResult, length, "", 0};
         config.OpenMem("[g]\nk=1\n", -1);
-        EXPECT_EQ(config.WriteStrCrypt("g", "k", c.plain, &cipher), c.result);
-        EXPECT_EQ(cipher.seen, c.plain);
-        const std::string value = c.result == 0 ? "1" : "crypt:" + std::string(c.digits, '7');
+        EXPECT_EQ(config.WriteStrCrypt("g", "k", plain, &cipher), result) << length;
+        EXPECT_EQ(cipher.seen, plain);
+        const std::string value = result == 0 ? "1" : "crypt:" + std::string(digits, '7');
         EXPECT_EQ(config.GetBuffer(), "[g]\nk=" + value + "\n");
-        EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 5, &wasEncrypted, &cipher) & wasEncrypted,
-                  c.readable);
+        char out[5];
+        signed char was = 0;
+        was &= config.ReadStrCrypt("g", "k", out, 5, &was, &cipher);
+        EXPECT_EQ(was, readable) << length;
     }
 }
 
 TEST_F(ConfigFileCrypt, NeedsCiphersAndArguments) {
-    cipher = {1, 1, "", 0};
-    config.OpenMem("[g]\nk=plain\n", -1);
-    for (const int missing : {0, 1, 2, 3, 4}) {
-        const char* const group = missing == 0 ? nullptr : "g";
-        const char* const name = missing == 1 ? nullptr : "k";
-        char* const to = missing == 2 ? nullptr : out;
-        signed char* const was = missing == 3 ? nullptr : &wasEncrypted;
-        config.SetValueEncryptFunc(missing == 4 ? nullptr : encryptValue);
-        config.SetValueDecryptFunc(missing == 4 ? nullptr : decryptValue);
-        EXPECT_EQ(config.ReadStrCrypt(group, name, to, 5, was, &cipher), 0);
-        const char* const value = missing == 2 || missing == 3 ? nullptr : "v";
-        EXPECT_EQ(config.WriteStrCrypt(group, name, value, &cipher), 0);
-    }
-    EXPECT_EQ(config.OpenFileCrypt(nullptr, changeFile), 0);
-    EXPECT_EQ(config.OpenFileCrypt(path.c_str(), nullptr), 0);
+    char out[8];
+    signed char was = 7;
+    config.OpenMem("[g]\nk=1\n", -1);
+    EXPECT_EQ(config.ReadStrCrypt(nullptr, "k", out, 8, &was, &cipher), 0);
+    EXPECT_EQ(config.ReadStrCrypt("g", nullptr, out, 8, &was, &cipher), 0);
+    EXPECT_EQ(config.ReadStrCrypt("g", "k", nullptr, 8, &was, &cipher), 0);
+    EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 8, nullptr, &cipher), 0);
+    EXPECT_EQ(config.WriteStrCrypt("g", "k", nullptr, &cipher), 0);
     EXPECT_EQ(config.CloseFileCrypt(nullptr), 0);
-    EXPECT_STREQ(config.GetBuffer(), "[g]\nk=plain\n");
+    EXPECT_TRUE(config.OpenFileCrypt(nullptr, changeFile) + config.OpenFileCrypt("", nullptr) == 0);
+    config.SetValueDecryptFunc(nullptr);
+    EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 8, &was, &cipher), 0) << "kept: not even plain";
+    config.SetValueEncryptFunc(nullptr);
+    EXPECT_EQ(config.WriteStrCrypt("g", "k", "", &cipher), 0);
+    EXPECT_EQ(config.GetBuffer() + std::to_string(was), "[g]\nk=1\n7") << "still open";
 }
 
 TEST_F(ConfigFileCrypt, TakesCiphersThatPad) {
@@ -174,51 +159,40 @@ TEST_F(ConfigFileCrypt, TakesCiphersThatPad) {
 
 TEST_F(ConfigFileCrypt, HandlesFiles) {
     const std::string text = "[g]\nk=1\n";
-    const struct {
-        const char* name;
-        std::string before;
-        int result;
-        long long length;
-        int opened, closed;
-        std::string after;
-    } cases[] = {
+    // What the cipher returns, its length, the results of opening and closing, the file's bytes.
+    const std::tuple<const char*, std::string, int, long long, int, int, std::string> cases[] = {
         {"well", text, 1, -1, 1, 1, "[g]\nk=2\n"},
         {"empty", "", 1, 0, 1, 1, ""},
-        {"shorter", text, 1, 4, 1, 1, "[g]\n"},
         {"kept: closing tells nothing of the cipher", text, 0, -1, 0, 1, "-"},
         {"kept: only opening needs exactly 1", text, 2, -1, 0, 1, "\n\n[g]\nk=2\n"},
         {"beyond the buffer", text, 1, -2, 0, 0, "-"},
         {"negative as int", text, 1, UINT_MAX, 0, 0, "-"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        directory.write("file", c.before);
-        cipher = {c.result, c.length, "", 0};
-        EXPECT_EQ(config.OpenFileCrypt(path.c_str(), changeFile), c.opened);
-        EXPECT_EQ(cipher.seen, c.before);
+    for (const auto& [name, before, result, length, opened, closed, after] : cases) {
+        SCOPED_TRACE(name);
+        directory.write("file", before);
+        cipher = {result, length, "", 0};
+        EXPECT_EQ(config.OpenFileCrypt(path.c_str(), changeFile), opened);
+        EXPECT_EQ(cipher.seen, before);
         std::filesystem::remove(path);
         ASSERT_EQ(config.WriteStr("g", "k", "2"), 1);
-        EXPECT_EQ(config.CloseFileCrypt(changeFile), c.closed);
-        EXPECT_EQ(cipher.mask, mode_t{2});
-        EXPECT_EQ(config.GetBuffer(), nullptr);
+        EXPECT_EQ(config.CloseFileCrypt(changeFile), closed);
+        EXPECT_TRUE(cipher.mask == 2 && config.GetBuffer() == nullptr);
         const auto status = std::filesystem::status(path);
-        EXPECT_EQ(std::filesystem::exists(status), c.after != "-") << "else not written";
-        EXPECT_TRUE(c.after == "-" || directory.read("file") == c.after);
-        EXPECT_TRUE(c.after == "-" || status.permissions() == std::filesystem::perms{0664});
+        EXPECT_EQ(exists(status) ? directory.read("file") : "-", after);
+        EXPECT_TRUE(!exists(status) || status.permissions() == std::filesystem::perms{0664});
     }
     cipher = {1, -1, "not called", 0};
     EXPECT_TRUE(config.OpenMem("", 0) == 1 && config.AddStr("g", "k", "1") == 1);
     EXPECT_EQ(config.CloseFileCrypt(changeFile), 1) << "without a name";
     directory.write("file", text);
-    EXPECT_EQ(config.OpenFile(path.c_str()), 1);
-    EXPECT_EQ(config.CloseFileCrypt(changeFile), 1) << "unchanged";
-    EXPECT_EQ(cipher.seen, "not called");
-    EXPECT_EQ(config.OpenFileCrypt((path + "/none").c_str(), changeFile), 0);
-    ASSERT_EQ(config.WriteStr("g", "k", "1"), 1);
-    EXPECT_EQ(config.CloseFileCrypt(changeFile), 0) << "can't be opened";
+    EXPECT_TRUE(config.OpenFile(path.c_str()) == 1 && config.CloseFileCrypt(changeFile) == 1);
+    EXPECT_EQ(cipher.seen, "not called") << "nor for an unchanged text";
+    EXPECT_EQ(config.OpenFileCrypt(directory.path().c_str(), changeFile), 0);
+    EXPECT_TRUE(config.AddStr("g", "k", "1") == 1 && config.CloseFileCrypt(changeFile) == 0);
     const std::string path1023 = std::string(1023 - path.size(), '/') + path;
     EXPECT_EQ(config.OpenFileCrypt(path1023.c_str(), changeFile), 1);
-    EXPECT_EQ(config.OpenFileCrypt(("/" + path1023).c_str(), changeFile), 0);
+    EXPECT_EQ(config.OpenFileCrypt((path1023 + "2").c_str(), changeFile), 0) << "1,024";
 }
 
 // Kept: whatever but CloseFileCrypt writes a deciphered text writes it in plain.
@@ -231,11 +205,11 @@ TEST_F(ConfigFileCrypt, WritesPlainTextOtherwise) {
         cipher = {1, -1, "", 0};
         ASSERT_EQ(config.OpenFileCrypt(path.c_str(), changeFile), 1);
         ASSERT_EQ(config.WriteStr("g", "k", "2"), 1);
-        cipher.result = way == 2 ? 1 : 0;
+        cipher.result = way < 3 ? 1 : 0;
         EXPECT_EQ(way == 0   ? config.Close()
                   : way == 1 ? config.OpenMem("new", 3)
                              : config.OpenFileCrypt(other.c_str(), changeFile),
-                  way < 3 ? 1 : 0);
+                  cipher.result);
         EXPECT_EQ(directory.read("file"), "[g]\nk=2");
         EXPECT_STREQ(config.GetBuffer(), texts[way]);
     }

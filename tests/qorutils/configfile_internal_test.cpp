@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "configfile.h"
@@ -117,12 +117,7 @@ signed char decryptValue(unsigned char* cipher, unsigned long length, char* out,
 
 // A file is opened, edited and closed, in plain and enciphered; afterwards no descriptor is left.
 TEST(ConfigFileCalls, WorkInPieces) {
-    const struct {
-        const char* name;
-        Steps reading, writing;
-        int opened, openedCrypt, closedCrypt;
-        std::string file;
-    } cases[] = {
+    const std::tuple<const char*, Steps, Steps, int, int, int, std::string> cases[] = {
         {"short", {4, -EINTR, -EINTR, 1}, {1, -EINTR, 4}, 1, 1, 1, "[g]\nk=new\nl=1\n"},
         {"the file became shorter", {7, 0}, {}, 1, 0, 1, "[g]\nk=new\n"},
         {"a read error behind some bytes", {7, -EIO}, {}, 0, 0, 1, ""},
@@ -135,23 +130,23 @@ TEST(ConfigFileCalls, WorkInPieces) {
     const int lowest = open("/dev/null", O_RDONLY);
     close(lowest);
     for (std::size_t i = 0; i < 2 * std::size(cases); ++i) {
-        const auto& c = cases[i / 2];
+        const auto& [name, reading, writing, opens, opensCrypt, closesCrypt, file] = cases[i / 2];
         const bool crypt = i % 2 == 1;
-        SCOPED_TRACE(c.name + std::string(crypt ? ", enciphered" : ""));
+        SCOPED_TRACE(name + std::string(crypt ? ", enciphered" : ""));
         directory.write("file", "[g]\nk=old\nl=1\n");
         ConfigFile config;
-        steps = c.reading;
+        steps = reading;
         wiped.clear();
         const int opened = crypt ? config.OpenFileCrypt(path.c_str(), cipherOfFiles)
                                  : config.OpenFile(path.c_str());
-        EXPECT_EQ(opened, crypt ? c.openedCrypt : c.opened);
+        EXPECT_EQ(opened, crypt ? opensCrypt : opens);
         EXPECT_EQ(config.WriteStr("g", "k", "new"), 1);
         EXPECT_GE(timesWiped("k=o"), 1U);
-        steps = c.writing;
+        steps = writing;
         EXPECT_EQ(crypt ? config.CloseFileCrypt(cipherOfFiles) : config.Close(),
-                  crypt ? c.closedCrypt : 1);
+                  crypt ? closesCrypt : 1);
         EXPECT_TRUE(steps.empty());
-        EXPECT_EQ(directory.read("file"), opened == 1 ? c.file : "\n\n[g]\nk=new\n");
+        EXPECT_EQ(directory.read("file"), opened == 1 ? file : "\n\n[g]\nk=new\n");
         const int next = open("/dev/null", O_RDONLY);
         EXPECT_EQ(next, lowest);
         close(next);
@@ -200,11 +195,7 @@ TEST(ConfigFileSecrets, AreOverwritten) {
     static const CONFIGBITMASK bits[] = {{1, "2222"}, {0, ""}};
     static const support::TempDirectory directory;
     static const std::string path = directory.path("file");
-    const struct {
-        const char* name;
-        void (*call)(ConfigFile& config);
-        std::size_t copiesOfOld, copiesOfNew;
-    } cases[] = {
+    const std::tuple<const char*, void (*)(ConfigFile&), std::size_t, std::size_t> cases[] = {
         {"read", [](ConfigFile& c) { c.ReadStr("g", "k", out, 64); }, 1, 0},
         {"number", [](ConfigFile& c) { c.ReadInt("g", "k", &number); }, 2, 0},
         {"word", [](ConfigFile& c) { c.ReadStr2Int("g", "k", words, &number); }, 2, 0},
@@ -226,16 +217,15 @@ TEST(ConfigFileSecrets, AreOverwritten) {
         {"enciphered", [](ConfigFile& c) { c.OpenFileCrypt(path.c_str(), cipherOfFiles); }, 1, 1},
     };
     directory.write("file", {"a\0 2222\n", 8});
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, call, copiesOfOld, copiesOfNew] : cases) {
         ConfigFile config;
         config.SetValueEncryptFunc(encryptValue);
         config.SetValueDecryptFunc(decryptValue);
         ASSERT_EQ(config.OpenMem("[g]\nk=OLD\nc=crypt:32323232\n", -1), 1);
         wiped.clear();
-        c.call(config);
-        EXPECT_EQ(timesWiped("OLD"), c.copiesOfOld);
-        EXPECT_EQ(timesWiped("2222"), c.copiesOfNew);
+        call(config);
+        EXPECT_EQ(timesWiped("OLD"), copiesOfOld) << name;
+        EXPECT_EQ(timesWiped("2222"), copiesOfNew) << name;
     }
 }
 
