@@ -292,6 +292,7 @@ signed char ConfigFile::ExistNStr(const char* group, const char* name, const cha
     if (name == nullptr || value == nullptr || getGroupPos(group, &line, &end) == 0) {
         return 0;
     }
+    char* const stop = rangeStop(end);
     char* position = nullptr;
     secret::Text<configtext::lineBufferSize> found;
     while (getValuePos(name, length, line, end, &position, found.chars, sizeof found.chars, 0) !=
@@ -299,7 +300,7 @@ signed char ConfigFile::ExistNStr(const char* group, const char* name, const cha
         if (std::strcmp(found.chars, value) == 0) {
             return 1;
         }
-        line = findLineEnd(position, rangeStop(end)) + 1;
+        line = std::min(findLineEnd(position, stop) + 1, stop); // the last line may lack its end
     }
     return 0;
 }

@@ -151,7 +151,7 @@ TEST(ConfigFileRead, FillsItsOutputs) {
 
 TEST(ConfigFileRead, ComparesValues) {
     ConfigFile config;
-    open(config, "[g]\nKey1=a\nkey2=b=c\nkey2=D\nkey3=akey4=x\nk=e\n");
+    open(config, "[g]\nKey1=a\nkey2=b=c\nkey2=D\nkey3=akey4=x\nk=e");
     EXPECT_EQ(config.ExistStr("g", "key2", "d"), 0) << "case of the value";
     EXPECT_EQ(config.ExistStr("g", "key2", "D"), 1) << "every line of the name";
     EXPECT_EQ(config.ExistNStr("g", "key9", "D", 3), 1) << "every line of the prefix";
@@ -159,6 +159,7 @@ TEST(ConfigFileRead, ComparesValues) {
     EXPECT_EQ(config.ExistNStr("g", "key", "a", 4), 0) << "longer than the name";
     EXPECT_EQ(config.ExistNStr("g", "key", "x", 3), 0) << "a value is no line";
     EXPECT_EQ(config.ExistNStr("g", "key", "e", 3), 0) << "shorter than the prefix";
+    EXPECT_EQ(config.ExistStr("g", "k", "f"), 0) << "and no line behind it";
 }
 
 TEST(ConfigFileRead, ConvertsNumbersAndTruth) {
