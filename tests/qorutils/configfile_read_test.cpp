@@ -60,24 +60,19 @@ Texts groupsOf(ConfigFile& config) {
 }
 
 TEST(ConfigFileRead, FindsAndListsGroups) {
-    const struct {
-        std::string name, text, wanted;
-        bool exists;
-        Texts listed;
-    } cases[] = {
-        {"in text order", "x\n[b]\n[ A ]\r  [b][]\n[]", "B", true, {"b", " A ", "b", ""}},
-        {"not first on their lines", "#[g]\n\t[g]\nx[g]\n[a] [g]#[b]\n", "g", false, {"a"}},
-        {"kept: a comment in the brackets is listed", "[a#b]\nx]\n", "a#b", true, {"a#b]\nx"}},
-        {"kept: or hides the header", "[a#b]\n[c]", "a#b", true, {"c"}},
-        {"unclosed name ends at the next header", "[a\n[b]\n[c", "a\n[b", false, {"b"}},
-        {"ends at the first closing bracket", "[a]b]\n", "a]b", false, {"a"}},
+    const std::tuple<const char*, std::string, const char*, int, Texts> cases[] = {
+        {"in text order", "x\n[b]\n[ A ]\r  [b][]\n[]", "B", 1, {"b", " A ", "b", ""}},
+        {"not first on their lines", "#[g]\n\t[g]\nx[g]\n[a] [g]#[b]\n", "g", 0, {"a"}},
+        {"kept: a comment in the brackets is listed", "[a#b]\nx]\n", "a#b", 1, {"a#b]\nx"}},
+        {"kept: or hides the header", "[a#b]\n[c]", "a#b", 1, {"c"}},
+        {"unclosed name ends at the next header", "[a\n[b]\n[c", "a\n[b", 0, {"b"}},
+        {"ends at the first closing bracket", "[a]b]\n", "a]b", 0, {"a"}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, text, wanted, exists, listed] : cases) {
         ConfigFile config;
-        open(config, c.text, 2);
-        EXPECT_EQ(config.ExistGroup(c.wanted.c_str()), c.exists ? 1 : 0);
-        EXPECT_EQ(groupsOf(config), c.listed);
+        open(config, text, 2);
+        EXPECT_EQ(config.ExistGroup(wanted), exists) << name;
+        EXPECT_EQ(groupsOf(config), listed) << name;
     }
 }
 
