@@ -1,6 +1,8 @@
 // The public and the private operation.
 #include "rsa_core.h"
 
+#include <unistd.h>
+
 #include "qorcrypto_random.h"
 
 // On the definition only: a replacement that sees the declaration has to win.
@@ -11,7 +13,7 @@ namespace {
 
 // How many operations one random number blinds, by squaring. Drawing one costs as much as a
 // private operation.
-constexpr unsigned int usesOfABlinding = 32;
+constexpr unsigned int usesOfABlinding = 128;
 
 } // namespace
 
@@ -137,7 +139,7 @@ void RsaCore::combine(Limb* out, const Limb* modP, const Limb* modQ, Limb* work)
 // Draws r and computes r^e and r^-1 = (r^e)^(d - 1) * r^(e - 2), since e * (d - 1) + e - 2 is
 // e * d - 2 and r^(e * d) = r. That takes no inversion, whose time would depend on r, and holds
 // only where e and d belong together.
-QorRsaResult RsaCore::renewBlinding(Limb* work) {
+QorRsaResult RsaCore::drawBlinding(Limb* factor, Limb* inverse, Limb* work) const {
     const std::size_t count = field.count();
     LimbBuffer buffer;
     if (!buffer.allocate(3 * count)) {
@@ -146,31 +148,42 @@ QorRsaResult RsaCore::renewBlinding(Limb* work) {
     LimbParts parts(buffer);
     Limb* random = parts.take(count);
     Limb* power = parts.take(count);
-    Limb* inverse = parts.take(count);
+    Limb* shortPower = parts.take(count);
     if (QorRandomBytes(random, count * limbBytes) == 0) {
         return QorRsaResult::NoRandom;
     }
     field.multiply(random, random, field.squareOfR(), work);
     field.powerPublic(power, random, e, work);
     raise(inverse, power, Exponent::dMinusOne, work);
-    Limb* blindingInverse = blinding.data() + count;
-    field.powerPublic(blindingInverse, random, e - 2, work);
+    field.powerPublic(shortPower, random, e - 2, work);
     field.multiply(inverse, inverse, field.squareOfR(), work);
-    field.multiply(inverse, inverse, blindingInverse, work);
-    field.multiply(blindingInverse, inverse, field.squareOfR(), work);
-    field.multiply(blinding.data(), power, field.squareOfR(), work);
-    // blindingInverse is in Montgomery form: its product with r isn't any more.
-    field.multiply(power, blindingInverse, random, work);
-    if (equalMask(power, Limb{1}, count) == 0) {
-        return QorRsaResult::Fault;
+    field.multiply(inverse, inverse, shortPower, work);
+    field.multiply(inverse, inverse, field.squareOfR(), work);
+    field.multiply(factor, power, field.squareOfR(), work);
+    // The inverse is in Montgomery form: its product with r isn't any more.
+    field.multiply(power, inverse, random, work);
+    return equalMask(power, Limb{1}, count) != 0 ? QorRsaResult::Ok : QorRsaResult::Fault;
+}
+
+QorRsaResult RsaCore::renewBlinding(Limb* work) {
+    blindingUses = 0;
+    const QorRsaResult drawn = drawBlinding(blinding.data(), blinding.data() + field.count(), work);
+    if (drawn == QorRsaResult::Ok) {
+        blindingUses = usesOfABlinding;
+        blindingProcess = getpid();
     }
-    blindingUses = usesOfABlinding;
-    return QorRsaResult::Ok;
+    return drawn;
 }
 
 QorRsaResult RsaCore::takeBlinding(Limb* factor, Limb* inverse, Limb* work) {
-    const std::lock_guard<std::mutex> lock(blindingLock);
-    if (blindingUses == 0) {
+    // Nobody waits for the lock: in a child process that was forked while another thread held it,
+    // it is never given back.
+    const std::unique_lock<std::mutex> lock(blindingLock, std::try_to_lock);
+    if (!lock.owns_lock()) {
+        return drawBlinding(factor, inverse, work);
+    }
+    // A child process doesn't go on with its parent's numbers.
+    if (blindingUses == 0 || blindingProcess != getpid()) {
         const QorRsaResult renewed = renewBlinding(work);
         if (renewed != QorRsaResult::Ok) {
             return renewed;

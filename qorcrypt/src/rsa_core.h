@@ -1,6 +1,8 @@
 // The arithmetic of an RSA key, without paddings: what stands behind a QorRsaKey.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <mutex>
 
@@ -60,6 +62,7 @@ private:
     void raiseModulo(const Prime& prime, Limb* out, const Limb* base, Exponent which,
                      Limb* work) const;
     void combine(Limb* out, const Limb* modP, const Limb* modQ, Limb* work) const;
+    QorRsaResult drawBlinding(Limb* factor, Limb* inverse, Limb* work) const;
     QorRsaResult renewBlinding(Limb* work);
     QorRsaResult takeBlinding(Limb* factor, Limb* inverse, Limb* work);
 
@@ -75,6 +78,7 @@ private:
     std::mutex blindingLock;
     LimbBuffer blinding;
     unsigned int blindingUses = 0; // left; none: a new r is drawn
+    pid_t blindingProcess = 0;     // which drew r
 };
 
 } // namespace qorcrypt
