@@ -83,11 +83,8 @@ void readPem(const Bytes& text) {
     const auto* characters = reinterpret_cast<const char*>(text.data());
     RsaKeyParts key{};
     qorcrypt::RsaPem pem;
-    if (pem.readPrivateKey(characters, text.size(), &key)) {
-        writePkcs1(key, true);
-    }
-    if (pem.readPublicKey(characters, text.size(), &key)) {
-        writePkcs1(key, false);
+    if (pem.read(characters, text.size(), &key) == QorRsaResult::Ok) {
+        writePkcs1(key, key.d.size > 0);
     }
 }
 

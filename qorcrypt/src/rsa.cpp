@@ -77,13 +77,11 @@ QorRsaResult QorRsaKey::LoadPem(const char* text, std::size_t size) {
     }
     RsaPem pem;
     RsaKeyParts parts;
-    if (pem.readPrivateKey(text, size, &parts)) {
-        return SetPrivate(parts);
+    const QorRsaResult read = pem.read(text, size, &parts);
+    if (read != QorRsaResult::Ok) {
+        return read;
     }
-    if (pem.readPublicKey(text, size, &parts)) {
-        return SetPublic(parts.n, parts.e);
-    }
-    return pem.lackedMemory() ? QorRsaResult::NoMemory : QorRsaResult::BadEncoding;
+    return parts.d.size > 0 ? SetPrivate(parts) : SetPublic(parts.n, parts.e);
 }
 
 bool QorRsaKey::IsPrivate() const {

@@ -48,29 +48,39 @@ bool isBoundary(Text text, const char* keyword, const char* label) {
     return std::all_of(text.begin, lineEnd(text), isBlank);
 }
 
-// Finds the boundary at the start of a line; moves the text there, or to its end.
-bool findBoundary(Text& text, const char* keyword, const char* label) {
+// A label, and what its blocks hold.
+struct Form {
+    const char* label;
+    bool (*readDer)(const unsigned char* der, std::size_t size, RsaKeyParts* parts);
+};
+constexpr Form privateForms[] = {{"RSA PRIVATE KEY", readPkcs1PrivateKey},
+                                 {"PRIVATE KEY", readPkcs8PrivateKey}};
+constexpr Form publicForms[] = {{"RSA PUBLIC KEY", readPkcs1PublicKey},
+                                {"PUBLIC KEY", readSubjectPublicKey}};
+
+// Finds the first boundary of any of the forms; moves the text there, or to its end.
+const Form* findBoundary(Text& text, const char* keyword, const Form* forms, std::size_t count) {
     while (text.begin != text.end) {
-        if (isBoundary(text, keyword, label)) {
-            return true;
+        for (const Form* form = forms; form != forms + count; ++form) {
+            if (isBoundary(text, keyword, form->label)) {
+                return form;
+            }
         }
         text.begin = std::min(lineEnd(text), text.end - 1) + 1;
     }
-    return false;
+    return nullptr;
 }
 
-// What stands between the boundaries of a label's first block.
-bool findBlock(Text text, const char* label, Text* block) {
-    if (!findBoundary(text, "BEGIN ", label)) {
-        return false;
+// The first block of either form, which is empty where its end is missing.
+const Form* findBlock(Text text, const Form (&forms)[2], Text* block) {
+    const Form* const form = findBoundary(text, "BEGIN ", forms, 2);
+    if (form != nullptr) {
+        text.begin = lineEnd(text);
+        const char* const begin = text.begin;
+        const bool ends = findBoundary(text, "END ", form, 1) != nullptr;
+        *block = {begin, ends ? text.begin : begin};
     }
-    text.begin = lineEnd(text);
-    const char* const begin = text.begin;
-    if (!findBoundary(text, "END ", label)) {
-        return false;
-    }
-    *block = {begin, text.begin};
-    return true;
+    return form;
 }
 
 constexpr std::size_t noDigit = 0xFF;
@@ -139,31 +149,26 @@ void RsaPem::release() {
     }
 }
 
-bool RsaPem::readForm(const char* text, std::size_t size, const char* label, DerReader readDer,
-                      RsaKeyParts* parts) {
+QorRsaResult RsaPem::read(const char* text, std::size_t size, RsaKeyParts* parts) {
+    const Text whole{text, text + size};
     Text block{};
-    if (!findBlock({text, text + size}, label, &block)) {
-        return false;
+    const Form* form = findBlock(whole, privateForms, &block);
+    if (form == nullptr) {
+        form = findBlock(whole, publicForms, &block);
+    }
+    if (form == nullptr) {
+        return QorRsaResult::BadEncoding;
     }
     release();
     capacity_ = static_cast<std::size_t>(block.end - block.begin) / 4 * 3;
     der_ = static_cast<unsigned char*>(malloc(std::max(capacity_, std::size_t{1})));
     if (der_ == nullptr) {
-        lackedMemory_ = true;
-        return false;
+        return QorRsaResult::NoMemory;
     }
     std::size_t derSize = 0;
-    return decodeBlock(block, der_, &derSize) && readDer(der_, derSize, parts);
-}
-
-bool RsaPem::readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts) {
-    return readForm(text, size, "RSA PRIVATE KEY", readPkcs1PrivateKey, parts) ||
-           readForm(text, size, "PRIVATE KEY", readPkcs8PrivateKey, parts);
-}
-
-bool RsaPem::readPublicKey(const char* text, std::size_t size, RsaKeyParts* parts) {
-    return readForm(text, size, "RSA PUBLIC KEY", readPkcs1PublicKey, parts) ||
-           readForm(text, size, "PUBLIC KEY", readSubjectPublicKey, parts);
+    return decodeBlock(block, der_, &derSize) && form->readDer(der_, derSize, parts)
+               ? QorRsaResult::Ok
+               : QorRsaResult::BadEncoding;
 }
 
 } // namespace qorcrypt

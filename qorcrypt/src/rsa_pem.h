@@ -16,28 +16,17 @@ public:
     RsaPem(const RsaPem&) = delete;
     RsaPem& operator=(const RsaPem&) = delete;
 
-    // Reads the first block of the first label of the two for private keys, and for public ones.
-    // Whatever else stands in the text doesn't matter; it need not end with a zero byte. False
-    // where there is no such block, where it is encrypted or damaged, or where memory is short:
-    // `parts` is then untouched. A second call ends the first one's parts.
-    bool readPrivateKey(const char* text, std::size_t size, RsaKeyParts* parts);
-    bool readPublicKey(const char* text, std::size_t size, RsaKeyParts* parts);
-
-    // Whether a block could not be read for want of memory.
-    bool lackedMemory() const {
-        return lackedMemory_;
-    }
+    // Reads the first private key of the text, or where there is none the first public one.
+    // Whatever else stands in the text doesn't matter; it need not end with a zero byte.
+    // BadEncoding where there is no key, or that one is encrypted or damaged; NoMemory. `parts` is
+    // then untouched. A second call ends the first one's parts.
+    QorRsaResult read(const char* text, std::size_t size, RsaKeyParts* parts);
 
 private:
-    using DerReader = bool (*)(const unsigned char* der, std::size_t size, RsaKeyParts* parts);
-
-    bool readForm(const char* text, std::size_t size, const char* label, DerReader readDer,
-                  RsaKeyParts* parts);
     void release();
 
     unsigned char* der_ = nullptr;
     std::size_t capacity_ = 0;
-    bool lackedMemory_ = false;
 };
 
 } // namespace qorcrypt
