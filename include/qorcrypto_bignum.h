@@ -8,8 +8,9 @@
  * the object, and every output, as it was. The result's object may be one of the operands.
  *
  * Memory is overwritten with zeros before it is given up. That apart, only ModExp keeps its
- * operands' values out of its timing, and of those only the exponent's and, where it is below the
- * modulus already, the base's; every other operation here takes a time that depends on the values.
+ * operands' values out of its timing: the exponent's, the modulus's and, where it is below the
+ * modulus already, the base's, all but the sizes of these and of the result. Every other operation
+ * here takes a time that depends on the values.
  * RSA does not stand on this class but on arithmetic of fixed length: see QorRsaKey.
  */
 #pragma once
@@ -97,7 +98,8 @@ public:
     bool ModInverse(const QorBigNum& a, const QorBigNum& modulus);
     /**
      * base^exponent mod modulus, in Montgomery form with a fixed window. The time depends on the
-     * sizes of modulus and exponent in machine words, not on the exponent's value.
+     * size of the modulus and on that of the exponent in machine words, not on the exponent's
+     * value.
      * @return false unless the modulus is odd and above 1, and the exponent is not negative
      */
     bool ModExp(const QorBigNum& base, const QorBigNum& exponent, const QorBigNum& modulus);

@@ -26,9 +26,11 @@
  * themselves.
  *
  * Threads: any number of threads may use one key at a time through the const members. Setting,
- * moving and clearing it needs it alone. All memory that held secrets is overwritten before it is
- * given up. Nothing throws or aborts: every failure is a result. No operation's output may overlap
- * its inputs, except that PublicRaw and PrivateRaw also work in place.
+ * moving and clearing it needs it alone. A child process may go on with its parent's keys, even
+ * where other threads were using them at the fork. Memory that held secrets is overwritten before
+ * it is given up; single machine words that the compiler has put aside are not. Nothing throws or
+ * aborts: every failure is a result. No operation's output may overlap its inputs, except that
+ * PublicRaw and PrivateRaw also work in place.
  */
 #pragma once
 
@@ -119,7 +121,8 @@ public:
      */
     QorRsaResult LoadDer(const unsigned char* der, std::size_t size);
     /** The same from a PEM text (RFC 7468) of `size` characters: the first "RSA PRIVATE KEY" or
-     * "PRIVATE KEY" in it; where there is none, the first "RSA PUBLIC KEY" or "PUBLIC KEY". */
+     * "PRIVATE KEY" in it; where there is none, the first "RSA PUBLIC KEY" or "PUBLIC KEY". Where
+     * that one is damaged or encrypted, no other is looked for: BadEncoding. */
     QorRsaResult LoadPem(const char* text, std::size_t size);
     /** Wipes the key; none is set then. */
     void Clear();
@@ -186,6 +189,8 @@ public:
      * The same for data of a known size, as keys have one: where the padding is wrong, or the data
      * have another size, `out` receives `dataSize` random bytes, the result is Ok, and neither the
      * result nor the time tells the difference. Other results depend on what anyone can see.
+     * The random bytes are others with each call: whoever may send a ciphertext twice must not
+     * learn whether the same bytes came of it.
      * @param dataSize at most k - PaddingSize, which `out` has room for
      */
     QorRsaResult DecryptType2OrRandom(const unsigned char* in, std::size_t inSize,

@@ -32,7 +32,7 @@ typedef struct QorSha1Context {
 } QorSha1Context;
 
 /**
- * The digest of `size` bytes at `data`, of which the last intermediate values are wiped.
+ * The digest of `size` bytes at `data`. Its context is wiped as QorSha1Final does it.
  * @param data may be null where `size` is 0
  * @param digest receives QOR_SHA1_SIZE bytes and may overlap `data`
  * @return 1; 0 where `digest` is null, or `data` is null and `size` is not 0: nothing is written

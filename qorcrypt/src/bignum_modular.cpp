@@ -183,7 +183,11 @@ bool QorBigNum::ModExp(const QorBigNum& base, const QorBigNum& exponent, const Q
     if (!one.SetWord(1) || exponent.negative || !modulus.IsOdd() || modulus.Compare(one) <= 0) {
         return false;
     }
-    const bool reduced = !base.negative && compareMagnitudes(base, modulus) < 0;
+    // Not compareMagnitudes, which ends at the first limb that differs.
+    const bool reduced =
+        !base.negative &&
+        (base.count < modulus.count ||
+         (base.count == modulus.count && lessLimbs(base.limbs, modulus.limbs, base.count) != 0));
     QorBigNum start;
     if (!reduced && !start.Mod(base, modulus)) {
         return false;
