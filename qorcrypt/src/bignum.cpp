@@ -5,8 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "limbs.h"
-#include "wipe.h"
+#include "limb_buffer.h"
 
 using namespace qorcrypt;
 
@@ -53,7 +52,7 @@ bool QorBigNum::allocate(std::size_t limbCount) {
         return false;
     }
     if (limbCount > 0) {
-        limbs = static_cast<Limb*>(std::calloc(limbCount, limbBytes));
+        limbs = allocateLimbs(limbCount);
         if (limbs == nullptr) {
             return false;
         }

@@ -8,6 +8,10 @@
 
 namespace qorcrypt {
 
+// Zeros, to be freed with free(3); null where memory is short. By itself so that tests can make it
+// so.
+Limb* allocateLimbs(std::size_t count);
+
 // Limbs in memory of its own, wiped before it is given up.
 class LimbBuffer {
 public:
@@ -21,7 +25,7 @@ public:
     // Zeros. False where memory is short; there is none then.
     bool allocate(std::size_t limbCount) {
         release();
-        limbs = static_cast<Limb*>(std::calloc(limbCount, limbBytes));
+        limbs = allocateLimbs(limbCount);
         count = limbs != nullptr ? limbCount : 0;
         return limbs != nullptr;
     }
@@ -58,6 +62,20 @@ private:
 
     Limb* limbs = nullptr;
     std::size_t count = 0;
+};
+
+// A block of bytes, likewise.
+class Block {
+public:
+    bool allocate(std::size_t size) {
+        return limbs.allocate(limbsForBytes(size));
+    }
+    unsigned char* bytes() {
+        return reinterpret_cast<unsigned char*>(limbs.data());
+    }
+
+private:
+    LimbBuffer limbs;
 };
 
 // Hands out the parts of one buffer, in order.

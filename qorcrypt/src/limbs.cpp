@@ -2,7 +2,11 @@
 
 #include <algorithm>
 
+#include "limb_buffer.h"
 #include "limb_rows.h"
+
+// On the definition only: a replacement that sees the declaration has to win.
+#define LIMBS_REPLACEABLE __attribute__((weak))
 
 namespace qorcrypt {
 namespace {
@@ -50,6 +54,10 @@ void doubleModulo(Limb* value, Limb bit, const Limb* modulus, std::size_t count,
 
 const LimbKernel portableKernel = {multiplyByRows<PortableRow>, squareByRows<PortableRow>,
                                    reduceByRows<PortableRow>, subtractPortable};
+
+LIMBS_REPLACEABLE Limb* allocateLimbs(std::size_t count) {
+    return static_cast<Limb*>(std::calloc(count, limbBytes));
+}
 
 Limb addLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
     Limb carry = 0;

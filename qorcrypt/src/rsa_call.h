@@ -34,18 +34,4 @@ inline const void* dataOrEmpty(const unsigned char* data, std::size_t size) {
     return size == 0 ? "" : static_cast<const void*>(data);
 }
 
-// A block in memory of its own, wiped before it is given up.
-class Block {
-public:
-    bool allocate(std::size_t size) {
-        return limbs.allocate(limbsForBytes(size));
-    }
-    unsigned char* bytes() {
-        return reinterpret_cast<unsigned char*>(limbs.data());
-    }
-
-private:
-    LimbBuffer limbs;
-};
-
 } // namespace qorcrypt

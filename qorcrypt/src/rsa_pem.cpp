@@ -1,13 +1,11 @@
 #include "rsa_pem.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 
 #include <algorithm>
 
 #include "constant_time.h"
-#include "wipe.h"
 
 namespace qorcrypt {
 
@@ -137,18 +135,6 @@ bool decodeBlock(Text block, unsigned char* out, std::size_t* size) {
 
 } // namespace
 
-RsaPem::~RsaPem() {
-    release();
-}
-
-void RsaPem::release() {
-    if (der_ != nullptr) {
-        wipe(der_, capacity_);
-        free(der_);
-        der_ = nullptr;
-    }
-}
-
 QorRsaResult RsaPem::read(const char* text, std::size_t size, RsaKeyParts* parts) {
     const Text whole{text, text + size};
     Text block{};
@@ -159,14 +145,15 @@ QorRsaResult RsaPem::read(const char* text, std::size_t size, RsaKeyParts* parts
     if (form == nullptr) {
         return QorRsaResult::BadEncoding;
     }
-    release();
-    capacity_ = static_cast<std::size_t>(block.end - block.begin) / 4 * 3;
-    der_ = static_cast<unsigned char*>(malloc(std::max(capacity_, std::size_t{1})));
-    if (der_ == nullptr) {
+    const std::size_t capacity = static_cast<std::size_t>(block.end - block.begin) / 4 * 3;
+    if (capacity == 0) {
+        return QorRsaResult::BadEncoding;
+    }
+    if (!der.allocate(capacity)) {
         return QorRsaResult::NoMemory;
     }
     std::size_t derSize = 0;
-    return decodeBlock(block, der_, &derSize) && form->readDer(der_, derSize, parts)
+    return decodeBlock(block, der.bytes(), &derSize) && form->readDer(der.bytes(), derSize, parts)
                ? QorRsaResult::Ok
                : QorRsaResult::BadEncoding;
 }

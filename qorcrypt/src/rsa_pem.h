@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "limb_buffer.h"
 #include "rsa_key_der.h"
 
 namespace qorcrypt {
@@ -11,11 +12,6 @@ namespace qorcrypt {
 // The key of a PEM text. It owns the decoded bytes, into which the parts point, and wipes them.
 class RsaPem {
 public:
-    RsaPem() = default;
-    ~RsaPem();
-    RsaPem(const RsaPem&) = delete;
-    RsaPem& operator=(const RsaPem&) = delete;
-
     // Reads the first private key of the text, or where there is none the first public one.
     // Whatever else stands in the text doesn't matter; it need not end with a zero byte.
     // BadEncoding where there is no key, or that one is encrypted or damaged; NoMemory. `parts` is
@@ -23,10 +19,7 @@ public:
     QorRsaResult read(const char* text, std::size_t size, RsaKeyParts* parts);
 
 private:
-    void release();
-
-    unsigned char* der_ = nullptr;
-    std::size_t capacity_ = 0;
+    Block der;
 };
 
 } // namespace qorcrypt
