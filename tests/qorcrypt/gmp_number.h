@@ -25,11 +25,10 @@ public:
     }
     // 2^bits + more
     static GmpNumber powerOfTwo(unsigned long bits, long more) {
-        GmpNumber result(more);
         GmpNumber power(1);
-        mpz_mul_2exp(power.number, power.number, bits);
-        mpz_add(result.number, result.number, power.number);
-        return result;
+        mpz_mul_2exp(power, power, bits);
+        mpz_add(power, power, GmpNumber(more));
+        return power;
     }
 
     operator mpz_ptr() {
@@ -40,15 +39,17 @@ public:
     }
 
     int sign() const {
-        return mpz_cmp_si(number, 0);
+        return mpz_sgn(number);
+    }
+    bool isAboveOne() const {
+        return mpz_cmp_si(number, 1) > 0;
     }
     bool isOdd() const {
         return mpz_tstbit(number, 0) != 0;
     }
     std::string hex() const {
         std::string text(mpz_sizeinbase(number, 16) + 2, 0);
-        mpz_get_str(&text[0], 16, number);
-        return text.c_str();
+        return mpz_get_str(&text[0], 16, number);
     }
     std::vector<unsigned char> bytes(std::size_t size = 0) const {
         const std::size_t used = sign() == 0 ? 0 : (mpz_sizeinbase(number, 2) + 7) / 8;
@@ -64,4 +65,16 @@ private:
 inline std::string hexOf(const QorBigNum& number) {
     std::string text(number.HexSize(), 0);
     return number.GetHex(&text[0], text.size()) ? text.c_str() : "no text";
+}
+
+inline GmpNumber gmpOf(const QorBigNum& number) {
+    GmpNumber result;
+    mpz_set_str(result, hexOf(number).c_str(), 16);
+    return result;
+}
+
+inline QorBigNum bigNumOf(const GmpNumber& number) {
+    QorBigNum result;
+    result.SetHex(number.hex().c_str());
+    return result;
 }
