@@ -32,13 +32,16 @@ public:
     ~QorBigNum();
     /** Takes the number over; the other one is zero then. */
     QorBigNum(QorBigNum&& other) noexcept;
+    /** The same; the number that was here is wiped. */
     QorBigNum& operator=(QorBigNum&& other) noexcept;
     QorBigNum(const QorBigNum&) = delete;
     QorBigNum& operator=(const QorBigNum&) = delete;
 
-    /** @name Set @{ */
+    // Set.
 
+    /** Becomes equal to the other number. */
     bool CopyFrom(const QorBigNum& other);
+    /** A non-negative number of one word. */
     bool SetWord(std::uint64_t value);
     /** A non-negative number from its big-endian bytes. No bytes are zero; leading zeros, of any
      * number, are dropped. False also for a null `bytes` with a `size` above 0. */
@@ -49,7 +52,7 @@ public:
     /** Wipes the number, which is zero then. */
     void Clear();
 
-    /** @} @name Read back @{ */
+    // Read back.
 
     /** The magnitude as exactly `size` big-endian bytes, with zeros in front. False where it takes
      * more bytes, or for a null `out` with a `size` above 0. */
@@ -63,19 +66,24 @@ public:
     std::size_t BitLength() const;
     /** The number of bytes of the magnitude without leading zeros; 0 for zero. */
     std::size_t ByteLength() const;
+    /** True for zero. */
     bool IsZero() const;
+    /** True where the lowest bit of the magnitude is 1. */
     bool IsOdd() const;
     /** True below zero; zero has no sign. */
     bool IsNegative() const;
     /** -1, 0 or 1 where this number is below, equal to or above the other. */
     int Compare(const QorBigNum& other) const;
 
-    /** @} @name Arithmetic: this number becomes the result @{ */
+    // Arithmetic: this number becomes the result.
 
     /** Changes the sign; zero stays zero. */
     void Negate();
+    /** a + b. */
     bool Add(const QorBigNum& a, const QorBigNum& b);
+    /** a - b. */
     bool Subtract(const QorBigNum& a, const QorBigNum& b);
+    /** a * b. */
     bool Multiply(const QorBigNum& a, const QorBigNum& b);
     /** a * 2^bits. */
     bool ShiftLeft(const QorBigNum& a, std::size_t bits);
@@ -103,8 +111,6 @@ public:
      * @return false unless the modulus is odd and above 1, and the exponent is not negative
      */
     bool ModExp(const QorBigNum& base, const QorBigNum& exponent, const QorBigNum& modulus);
-
-    /** @} */
 
 private:
     // Gives a zero object room for that many limbs, all zero. False beyond MaxBits and some.

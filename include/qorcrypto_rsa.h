@@ -65,20 +65,20 @@ struct QorRsaPrivateNumbers {
     QorRsaNumber n; /**< modulus, p * q */
     QorRsaNumber e; /**< public exponent */
     QorRsaNumber d; /**< private exponent */
-    /** @name All five, or none of them (slower then) @{ */
-    QorRsaNumber p;
-    QorRsaNumber q;
+    // All five of these, or none of them (slower then).
+    QorRsaNumber p;    /**< one prime */
+    QorRsaNumber q;    /**< the other prime */
     QorRsaNumber dp;   /**< d mod (p - 1) */
     QorRsaNumber dq;   /**< d mod (q - 1) */
     QorRsaNumber qinv; /**< q^-1 mod p */
-    /** @} */
 };
 
 /** One key. Its size k is that of the modulus in bytes, see ModulusSize. */
 class QOR_API QorRsaKey {
 public:
-    /** The smallest and the largest modulus, in bits. */
+    /** The smallest modulus, in bits. */
     static constexpr std::size_t MinBits = 512;
+    /** The largest modulus, in bits. */
     static constexpr std::size_t MaxBits = 16384;
     /** The largest public exponent, in bits: one beyond any in use would only make verifying slow.
      */
@@ -92,11 +92,12 @@ public:
     ~QorRsaKey();
     /** Takes the key over; the other one has none then. */
     QorRsaKey(QorRsaKey&& other) noexcept;
+    /** The same; the key that was here is wiped. */
     QorRsaKey& operator=(QorRsaKey&& other) noexcept;
     QorRsaKey(const QorRsaKey&) = delete;
     QorRsaKey& operator=(const QorRsaKey&) = delete;
 
-    /** @name Set: on any failure the key that was set before stays @{ */
+    // Set: on any failure the key that was set before stays.
 
     /** NoKey where the other one has none; otherwise Ok or NoMemory. */
     QorRsaResult CopyFrom(const QorRsaKey& other);
@@ -127,7 +128,7 @@ public:
     /** Wipes the key; none is set then. */
     void Clear();
 
-    /** @} @name Ask @{ */
+    // Ask.
 
     /** True where a private key is set. */
     bool IsPrivate() const;
@@ -136,18 +137,20 @@ public:
     /** The size k of the modulus in bytes, which is that of every block; 0 without a key. */
     std::size_t ModulusSize() const;
 
-    /** @}
-     * @name Raw: m^e mod n and c^d mod n
-     * `inSize` has to be k, `outSize` at least k, of which the first k bytes are written.
-     * MessageTooLarge unless the number is below the modulus. On failure `out` holds nothing
-     * secret: what it held before, or zeros. @{ */
+    // Raw.
 
+    /**
+     * m^e mod n. `inSize` has to be k, `outSize` at least k, of which the first k bytes are
+     * written. MessageTooLarge unless the number is below the modulus. On failure, here and below,
+     * `out` holds nothing secret: what it held before, or zeros.
+     */
     QorRsaResult PublicRaw(const unsigned char* in, std::size_t inSize, unsigned char* out,
                            std::size_t outSize) const;
+    /** c^d mod n, otherwise the same. */
     QorRsaResult PrivateRaw(const unsigned char* in, std::size_t inSize, unsigned char* out,
                             std::size_t outSize) const;
 
-    /** @} @name Block type 1: sign, verify, recover @{ */
+    // Block type 1: sign, verify, recover.
 
     /** Pads `size` bytes, at most k - PaddingSize, and applies the private key: k bytes of `out`.
      */
@@ -172,7 +175,7 @@ public:
     QorRsaResult VerifySha1(const unsigned char digest[20], const unsigned char* signature,
                             std::size_t signatureSize) const;
 
-    /** @} @name Block type 2: encrypt, decrypt; mind the warning above @{ */
+    // Block type 2: encrypt, decrypt; mind the warning above.
 
     /** Pads `size` bytes, at most k - PaddingSize, and applies the public key: k bytes of `out`. */
     QorRsaResult EncryptType2(const unsigned char* data, std::size_t size, unsigned char* out,
@@ -195,8 +198,6 @@ public:
      */
     QorRsaResult DecryptType2OrRandom(const unsigned char* in, std::size_t inSize,
                                       unsigned char* out, std::size_t dataSize) const;
-
-    /** @} */
 
 private:
     struct State;
