@@ -56,7 +56,7 @@ enum class QorRsaResult : int {
 
 /** A big-endian unsigned number in the caller's memory; leading zeros are allowed. */
 struct QorRsaNumber {
-    const unsigned char* bytes;
+    const unsigned char* bytes; /**< the highest first */
     std::size_t size; /**< in bytes; 0 where the number is missing, and `bytes` is not read then */
 };
 

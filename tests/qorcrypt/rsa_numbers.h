@@ -49,11 +49,3 @@ struct RsaNumbers {
         return {bytes.empty() ? nullptr : bytes.data(), bytes.size()};
     }
 };
-
-// For the names of results in failures.
-inline void PrintTo(QorRsaResult result, std::ostream* out) {
-    const char* const names[] = {"Ok",           "BadArgument", "NoKey",           "BadKey",
-                                 "BadEncoding",  "WrongLength", "MessageTooLarge", "BadPadding",
-                                 "BadSignature", "Fault",       "NoRandom",        "NoMemory"};
-    *out << names[static_cast<int>(result)];
-}
