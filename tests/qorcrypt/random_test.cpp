@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <csignal>
 #include <functional>
+#include <numeric>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -21,8 +22,9 @@
 namespace {
 
 // Each case meets a generator that has no seed yet: that of a new thread.
-void inNewThread(const RandomCalls& calls, const std::function<void()>& body) {
-    randomCalls = calls;
+void inNewThread(const std::function<void(RandomCalls&)>& change,
+                 const std::function<void()>& body) {
+    change(randomCalls = {});
     std::thread(body).join();
     randomCalls = {};
 }
@@ -33,71 +35,60 @@ Bytes draw(std::size_t size, int result = 1) {
     return bytes;
 }
 
-RandomCalls calls(const std::function<void(RandomCalls&)>& change) {
-    RandomCalls changed;
-    change(changed);
-    return changed;
-}
+struct Key {
+    unsigned char bytes[32];
+    Key() {
+        std::iota(bytes, bytes + 32, static_cast<unsigned char>(0));
+    }
+};
 
 // RFC 8439, section 2.4.2, whose counter starts at 1.
 TEST(ChaCha20, GivesThePublishedKeyStream) {
-    unsigned char key[32];
-    for (unsigned char i = 0; i < 32; ++i) {
-        key[i] = i;
-    }
     const unsigned char nonce[12] = {0, 0, 0, 0, 0, 0, 0, 0x4A};
     unsigned char stream[128];
-    qorcrypt::chacha20KeyStream(key, 1, nonce, stream, 2);
+    qorcrypt::chacha20KeyStream(Key().bytes, 1, nonce, stream, 2);
     EXPECT_EQ(hex(stream, 16), "224f51f3401bd9e12fde276fb8631ded");
     EXPECT_EQ(hex(stream + 64, 16), "69a6749f3f630f4122cafe28ec4dc47e");
 }
 
-// What fast key erasure makes of the key: output, and the key that follows it.
-Bytes modelOutput(unsigned char (&key)[32], std::size_t blocks) {
-    const unsigned char nonce[12] = {};
-    Bytes stream(64 * (blocks + 1));
-    qorcrypt::chacha20KeyStream(key, 0, nonce, stream.data(), blocks + 1);
-    std::copy_n(stream.begin(), 32, key);
-    return {stream.begin() + 64, stream.end()};
-}
-
+// Fast key erasure: block 0 gives the next key, those behind it are output.
 TEST(Random, ReplacesTheKeyWithEachRefill) {
-    inNewThread(calls([](RandomCalls& c) { c.fixedSeed = true; }), [] {
-        unsigned char key[32];
-        for (unsigned char i = 0; i < 32; ++i) {
-            key[i] = i;
-        }
-        Bytes drawn;
-        for (const std::size_t size : {1u, 0u, 59u, 900u, 31u * 64, 960u}) {
-            const Bytes piece = draw(size);
-            drawn.insert(drawn.end(), piece.begin(), piece.end());
-        }
-        Bytes expected = modelOutput(key, 15);
-        for (const std::size_t blocks : {31u, 15u}) {
-            const Bytes piece = modelOutput(key, blocks);
-            expected.insert(expected.end(), piece.begin(), piece.end());
-        }
-        EXPECT_EQ(hex(drawn.data(), drawn.size()), hex(expected.data(), expected.size()));
-    });
+    inNewThread([](RandomCalls& c) { c.fixedSeed = true; },
+                [] {
+                    const unsigned char nonce[12] = {};
+                    Key key;
+                    Bytes expected;
+                    for (const std::size_t blocks : {15u, 31u, 15u}) {
+                        Bytes stream(64 * (blocks + 1));
+                        qorcrypt::chacha20KeyStream(key.bytes, 0, nonce, stream.data(), blocks + 1);
+                        std::copy_n(stream.begin(), 32, key.bytes);
+                        expected.insert(expected.end(), stream.begin() + 64, stream.end());
+                    }
+                    Bytes drawn;
+                    for (const std::size_t size : {1u, 0u, 59u, 900u, 31u * 64, 960u}) {
+                        const Bytes piece = draw(size);
+                        drawn.insert(drawn.end(), piece.begin(), piece.end());
+                    }
+                    EXPECT_EQ(drawn, expected);
+                });
 }
 
 TEST(Random, GivesNothingWithoutASeed) {
     const struct {
         const char* name;
-        RandomCalls calls;
+        std::function<void(RandomCalls&)> change;
         int result;
     } rows[] = {
-        {"no device", calls([](RandomCalls& c) { c.opens = false; }), 0},
-        {"a file in its place", calls([](RandomCalls& c) { c.isDevice = false; }), 0},
-        {"read fails", calls([](RandomCalls& c) { c.reads = false; }), 0},
-        {"end of file", calls([](RandomCalls& c) { c.readLimit = 0; }), 0},
-        {"open is interrupted", calls([](RandomCalls& c) { c.openInterrupts = 2; }), 1},
-        {"read is interrupted", calls([](RandomCalls& c) { c.readInterrupts = 2; }), 1},
-        {"short reads", calls([](RandomCalls& c) { c.readLimit = 1; }), 1},
+        {"no device", [](RandomCalls& c) { c.opens = false; }, 0},
+        {"a file in its place", [](RandomCalls& c) { c.isDevice = false; }, 0},
+        {"read fails", [](RandomCalls& c) { c.reads = false; }, 0},
+        {"end of file", [](RandomCalls& c) { c.readLimit = 0; }, 0},
+        {"interrupts", [](RandomCalls& c) { c.openInterrupts = c.readInterrupts = 2; }, 1},
+        {"short reads", [](RandomCalls& c) { c.readLimit = 1; }, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        inNewThread(row.calls, [&row] {
+        inNewThread(row.change, [&row] {
             const Bytes bytes = draw(40, row.result);
             EXPECT_EQ(bytes == Bytes(40), row.result == 0);
             EXPECT_NE(bytes, Bytes(40, 0xEE));
@@ -111,32 +102,39 @@ TEST(Random, GivesNothingWithoutASeed) {
 }
 
 TEST(Random, ReseedsAfterEachMebibyte) {
-    inNewThread({}, [] {
-        constexpr std::size_t interval = 1 << 20;
-        draw(interval - 1);
-        draw(1);
-        EXPECT_EQ(randomCalls.openCount, 1);
-        draw(2 * interval);
-        EXPECT_EQ(randomCalls.openCount, 3);
-        draw(interval - 10);
-        randomCalls.opens = false;
-        EXPECT_EQ(draw(11, 0), Bytes(11)) << "not even the first ten";
-    });
+    inNewThread([](RandomCalls&) {},
+                [] {
+                    constexpr std::size_t interval = 1 << 20;
+                    draw(interval - 1);
+                    draw(1);
+                    EXPECT_EQ(randomCalls.openCount, 1);
+                    draw(2 * interval);
+                    EXPECT_EQ(randomCalls.openCount, 3);
+                    draw(interval - 10);
+                    randomCalls.opens = false;
+                    EXPECT_EQ(draw(11, 0), Bytes(11)) << "not even the first ten";
+                });
 }
 
-// The process number and the bytes that a child draws come through a pipe.
-Bytes drawInChild(const std::function<pid_t()>& forkProcess) {
+// What a child draws comes through a pipe.
+Bytes drawInChild(bool pastTheCLibrary) {
     int ends[2];
     EXPECT_EQ(pipe(ends), 0);
-    const pid_t child = forkProcess();
-    if (child == 0) {
-        unsigned char bytes[64] = {};
-        const bool drawn = QorRandomBytes(bytes, sizeof bytes) == 1;
-        const bool told = write(ends[1], bytes, sizeof bytes) == sizeof bytes;
-        _exit(drawn && told ? 0 : 1);
+    pid_t child = -1;
+    if (!pastTheCLibrary) {
+        child = fork();
     }
+#if defined(__linux__)
+    if (pastTheCLibrary) {
+        child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+    }
+#endif
     Bytes bytes(64);
-    EXPECT_EQ(read(ends[0], bytes.data(), bytes.size()), 64);
+    if (child == 0) {
+        const bool drawn = QorRandomBytes(bytes.data(), 64) == 1;
+        _exit(drawn && write(ends[1], bytes.data(), 64) == 64 ? 0 : 1);
+    }
+    EXPECT_EQ(read(ends[0], bytes.data(), 64), 64);
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
@@ -146,33 +144,24 @@ Bytes drawInChild(const std::function<pid_t()>& forkProcess) {
 }
 
 TEST(Random, DiffersInChildProcesses) {
-    const auto plainFork = [] { return fork(); };
-    struct Row {
-        const char* name;
-        bool kernelWipes;
-        std::function<pid_t()> forkProcess;
-    };
-    std::vector<Row> rows = {{"fork, wiped by the kernel", true, plainFork},
-                             {"fork, counted", false, plainFork}};
-#if defined(__linux__)
-    // Past the C library, which calls nobody then.
-    const auto rawFork = [] {
-        return static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
-    };
-    rows.push_back({"system call, wiped by the kernel", true, rawFork});
-    rows.push_back({"system call, told by the process number", false, rawFork});
+    for (const bool kernelWipes : {true, false}) {
+        for (const bool pastTheCLibrary : {false, true}) {
+#if !defined(__linux__)
+            if (pastTheCLibrary) {
+                continue;
+            }
 #endif
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        inNewThread(calls([&row](RandomCalls& c) { c.kernelWipes = row.kernelWipes; }), [&row] {
-            draw(16);
-            const Bytes first = drawInChild(row.forkProcess);
-            const Bytes second = drawInChild(row.forkProcess);
-            const Bytes own = draw(64);
-            EXPECT_NE(first, second);
-            EXPECT_NE(first, own);
-            EXPECT_NE(second, own);
-        });
+            SCOPED_TRACE(pastTheCLibrary);
+            SCOPED_TRACE(kernelWipes);
+            inNewThread([=](RandomCalls& c) { c.kernelWipes = kernelWipes; },
+                        [=] {
+                            draw(16);
+                            const Bytes first = drawInChild(pastTheCLibrary);
+                            const Bytes second = drawInChild(pastTheCLibrary);
+                            const Bytes own = draw(64);
+                            EXPECT_TRUE(first != second && first != own && second != own);
+                        });
+        }
     }
 }
 
@@ -183,12 +172,13 @@ struct DrawsAtTheEnd {
 };
 
 TEST(Random, ServesDestructorsOfItsThread) {
-    inNewThread({}, [] {
-        // It is made before the thread's generator, and thus goes after it.
-        thread_local DrawsAtTheEnd last;
-        static_cast<void>(&last);
-        draw(1);
-    });
+    inNewThread([](RandomCalls&) {},
+                [] {
+                    // It is made before the thread's generator, and thus goes after it.
+                    thread_local DrawsAtTheEnd last;
+                    static_cast<void>(&last);
+                    draw(1);
+                });
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -27,31 +26,24 @@ std::string digestBy(qorcrypt::Sha1Blocks blocks, const Bytes& message, std::siz
     return hex(digest, sizeof digest);
 }
 
-std::string digestOf(const Bytes& message) {
+void expectDigest(const Bytes& message, const std::string& expected) {
     unsigned char digest[QOR_SHA1_SIZE];
     EXPECT_EQ(QorSha1(message.data(), message.size(), digest), 1);
-    return hex(digest, sizeof digest);
-}
-
-void expectDigest(const Bytes& message, const std::string& digest) {
-    SCOPED_TRACE(message.size());
-    EXPECT_EQ(digestOf(message), digest);
-    EXPECT_EQ(digestBy(qorcrypt::sha1BlocksPortable, message, message.size()), digest);
-    if (const qorcrypt::Sha1Blocks blocks = qorcrypt::sha1ProcessorBlocks()) {
-        EXPECT_EQ(digestBy(blocks, message, 67), digest);
+    EXPECT_EQ(hex(digest, sizeof digest), expected) << message.size();
+    for (const auto blocks : {qorcrypt::sha1BlocksPortable, qorcrypt::sha1ProcessorBlocks()}) {
+        for (const std::size_t piece : {1u, 55u, 63u, 64u, 67u, 128u}) {
+            EXPECT_TRUE(blocks == nullptr || digestBy(blocks, message, piece) == expected)
+                << message.size() << " by " << piece;
+        }
     }
-}
-
-Bytes bytesOf(const std::string& text) {
-    return {text.begin(), text.end()};
 }
 
 // FIPS 180-2, appendix A, and RFC 3174, section 7.3.
 TEST(Sha1, GivesPublishedDigests) {
+    const std::string text = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
     expectDigest({}, "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-    expectDigest(bytesOf("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    expectDigest(bytesOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
-                 "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
+    expectDigest({'a', 'b', 'c'}, "a9993e364706816aba3e25717850c26c9cd0d89d");
+    expectDigest(Bytes(text.begin(), text.end()), "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
     expectDigest(Bytes(1000000, 'a'), "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
 }
 
@@ -79,17 +71,6 @@ TEST(Sha1, GivesTheDigestsOfNist) {
     }
 }
 
-TEST(Sha1, DoesNotDependOnThePieces) {
-    for (std::size_t size = 0; size <= 130; ++size) {
-        const Bytes message(size, 'x');
-        const std::string digest = digestOf(message);
-        for (const std::size_t piece : {1u, 55u, 63u, 64u, 65u, 128u}) {
-            EXPECT_EQ(digestBy(qorcrypt::sha1BlocksPortable, message, piece), digest)
-                << size << " by " << piece;
-        }
-    }
-}
-
 TEST(Sha1, RefusesNull) {
     QorSha1Context context;
     unsigned char digest[QOR_SHA1_SIZE];
@@ -99,7 +80,7 @@ TEST(Sha1, RefusesNull) {
     ASSERT_EQ(QorSha1Init(&context), 1);
     EXPECT_EQ(QorSha1Update(&context, nullptr, 1) + QorSha1Final(&context, nullptr), 0);
     EXPECT_EQ(QorSha1Update(&context, nullptr, 0) + QorSha1Final(&context, digest), 2);
-    EXPECT_EQ(hex(digest, sizeof digest), digestOf({}));
+    EXPECT_EQ(hex(digest, 4), "da39a3ee");
 }
 
 } // namespace
