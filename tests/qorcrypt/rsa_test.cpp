@@ -122,9 +122,9 @@ TEST(RsaKey, refusesNumbersThatMakeNoKey) {
         {"p = 1, q = n", [](Numbers& n) { n.p = {1}, n.q = n.n; }, bad, ok},
         {"p and q short", [](Numbers& n) { n.p = n.q = {3}; }, bad, ok},
         {"q even", [](Numbers& n) { n.q.back() ^= 1; }, bad, ok},
-        {"dp another", [](Numbers& n) { n.dp.back() ^= 2; }, bad, ok},
+        {"dp + p - 1", [](Numbers& n) { n.dp = sum(n.dp, sum(n.p, -1)).bytes(); }, bad, ok},
         {"dp too long", [](Numbers& n) { n.dp = sum(beyond, numberOf(n.dp)).bytes(); }, bad, ok},
-        {"dq another", [](Numbers& n) { n.dq.back() ^= 2; }, bad, ok},
+        {"dq + q - 1", [](Numbers& n) { n.dq = sum(n.dq, sum(n.q, -1)).bytes(); }, bad, ok},
         {"qinv another", [](Numbers& n) { n.qinv.back() ^= 1; }, bad, ok},
         {"qinv + p", [](Numbers& n) { n.qinv = sum(n.qinv, numberOf(n.p)).bytes(); }, bad, ok},
     };
@@ -141,6 +141,8 @@ TEST(RsaKey, refusesNumbersThatMakeNoKey) {
     numbers.dq.bytes = nullptr;
     EXPECT_EQ(Result::BadArgument, QorRsaKey().SetPrivate(numbers));
     EXPECT_EQ(Result::BadArgument, QorRsaKey().SetPublic({nullptr, 64}, numbers.e));
+    numbers.e.size = 1; // the first byte of 65,537
+    EXPECT_EQ(bad, QorRsaKey().SetPublic(numbers.n, numbers.e));
 }
 
 TEST(RsaKey, saysWhatIsWrongWithACall) {
