@@ -248,16 +248,14 @@ TEST(RsaKey, givesRandomBytesForABadBlock) {
 
 TEST(RsaKey, servesManyThreadsAtOnce) {
     const QorRsaKey key = keyOf(plainNumbers());
-    std::vector<std::thread> threads;
-    for (unsigned char t = 0; t < 4; t++) {
-        threads.emplace_back([&key, t] {
-            for (int i = 0; i < 60; i++) {
-                Bytes signature(k);
-                EXPECT_EQ(Result::Ok, key.SignType1(&t, 1, signature.data(), k));
-                EXPECT_EQ(Result::Ok, key.VerifyType1(&t, 1, signature.data(), k));
-            }
-        });
-    }
+    const auto work = [&key] {
+        for (int i = 0; i < 60; i++) {
+            Bytes signature(k);
+            EXPECT_EQ(Result::Ok, key.SignType1(nullptr, 0, signature.data(), k));
+            EXPECT_EQ(Result::Ok, key.VerifyType1(nullptr, 0, signature.data(), k));
+        }
+    };
+    std::thread threads[] = {std::thread(work), std::thread(work), std::thread(work)};
     for (std::thread& thread : threads) {
         thread.join();
     }
@@ -271,12 +269,10 @@ TEST(RsaKey, copiesMovesAndKeepsWhatFailsToBeReplaced) {
     QorRsaKey moved(std::move(key));
     key.Clear();
     key = std::move(moved);
-    Bytes ours(k);
-    Bytes theirs(k);
-    EXPECT_EQ(Result::Ok, key.SignType1(nullptr, 0, ours.data(), k));
-    EXPECT_EQ(Result::Ok, copy.SignType1(nullptr, 0, theirs.data(), k));
-    EXPECT_EQ(ours, theirs);
-    EXPECT_EQ(0U, moved.ModulusSize());
+    EXPECT_TRUE(key.IsPrivate() && copy.IsPrivate() && moved.ModulusSize() == 0);
+    Bytes signature(k);
+    EXPECT_EQ(Result::Ok, key.SignType1(nullptr, 0, signature.data(), k));
+    EXPECT_EQ(Result::Ok, copy.VerifyType1(nullptr, 0, signature.data(), k));
 }
 
 // The openssl command with its own keys: each side takes what the other one makes.
@@ -315,39 +311,36 @@ TEST_P(RsaPeer, understandsEachOther) {
     const QorRsaKey publicKey = load("-pubout", false);
     const QorRsaKey plainPublic = load("-RSAPublicKey_out", true);
     EXPECT_TRUE(key.IsPrivate() && traditional.IsPrivate() && !publicKey.IsPrivate());
-    const std::size_t size = key.ModulusSize();
     const Bytes data = bytesOf("thirty-two bytes are enough here");
     write("data", data);
-    Bytes out(size);
-    std::size_t outSize = 0;
+    Bytes out(key.ModulusSize());
+    unsigned char* const o = out.data();
+    std::size_t size = out.size();
 
     openssl("dgst -sha1 -sign key -out signature data");
-    Bytes digest(QOR_SHA1_SIZE);
-    QorSha1(data.data(), data.size(), digest.data());
+    unsigned char digest[QOR_SHA1_SIZE];
+    QorSha1(data.data(), data.size(), digest);
     const Bytes signature = read("signature");
-    EXPECT_EQ(Result::Ok, publicKey.VerifySha1(digest.data(), signature.data(), signature.size()));
-    digest[19] ^= 1;
-    EXPECT_EQ(Result::BadSignature,
-              plainPublic.VerifySha1(digest.data(), signature.data(), signature.size()));
-    digest[19] ^= 1;
-    EXPECT_EQ(Result::Ok, traditional.SignSha1(digest.data(), out.data(), size));
+    EXPECT_EQ(Result::Ok, publicKey.VerifySha1(digest, signature.data(), size));
+    EXPECT_EQ(Result::Ok, traditional.SignSha1(digest, o, size));
     EXPECT_EQ(signature, out);
+    digest[19] ^= 1;
+    EXPECT_EQ(Result::BadSignature, plainPublic.VerifySha1(digest, signature.data(), size));
 
-    EXPECT_EQ(Result::Ok, key.SignType1(data.data(), data.size(), out.data(), size));
+    EXPECT_EQ(Result::Ok, key.SignType1(data.data(), data.size(), o, size));
     write("signature", out);
     openssl("pkeyutl -verifyrecover -pubin -inkey public -in signature -out recovered");
     EXPECT_EQ(data, read("recovered"));
 
-    openssl("pkeyutl -encrypt -pubin -inkey public -in data -out encrypted");
-    const Bytes encrypted = read("encrypted");
-    EXPECT_EQ(Result::Ok,
-              key.DecryptType2(encrypted.data(), encrypted.size(), out.data(), size, &outSize));
-    EXPECT_EQ(data, Bytes(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(outSize)));
-
-    EXPECT_EQ(Result::Ok, plainPublic.EncryptType2(data.data(), data.size(), out.data(), size));
+    EXPECT_EQ(Result::Ok, plainPublic.EncryptType2(data.data(), data.size(), o, size));
     write("encrypted", out);
     openssl("pkeyutl -decrypt -inkey key -in encrypted -out decrypted");
     EXPECT_EQ(data, read("decrypted"));
+
+    openssl("pkeyutl -encrypt -pubin -inkey public -in data -out encrypted");
+    const Bytes encrypted = read("encrypted");
+    EXPECT_EQ(Result::Ok, key.DecryptType2(encrypted.data(), size, o, size, &size));
+    EXPECT_EQ(data, Bytes(o, o + size));
 }
 
 INSTANTIATE_TEST_SUITE_P(KeySizes, RsaPeer, testing::Values(512, 768, 1024, 1031, 2048, 3072, 4096),
