@@ -1,7 +1,6 @@
 // Big numbers: memory, text and bytes.
 #include "qorcrypto_bignum.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -147,7 +146,7 @@ bool QorBigNum::SetHex(const char* text) {
 void QorBigNum::Clear() {
     if (limbs != nullptr) {
         wipe(limbs, capacity * limbBytes);
-        std::free(limbs);
+        freeLimbs(limbs);
     }
     limbs = nullptr;
     count = 0;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdlib>
 #include <cstring>
 
 #include "limbs.h"
@@ -8,9 +7,10 @@
 
 namespace qorcrypt {
 
-// Zeros, to be freed with free(3); null where memory is short. By itself so that tests can make it
-// so.
+// Zeros; null where memory is short. Both by themselves so that tests can make it so, and see that
+// what is freed, if not null, has been wiped.
 Limb* allocateLimbs(std::size_t count);
+void freeLimbs(Limb* limbs);
 
 // Limbs in memory of its own, wiped before it is given up.
 class LimbBuffer {
@@ -55,7 +55,7 @@ public:
 private:
     void release() {
         wipe(limbs, count * limbBytes);
-        std::free(limbs);
+        freeLimbs(limbs);
         limbs = nullptr;
         count = 0;
     }

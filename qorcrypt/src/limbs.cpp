@@ -1,5 +1,7 @@
 #include "limbs.h"
 
+#include <cstdlib>
+
 #include <algorithm>
 
 #include "limb_buffer.h"
@@ -57,6 +59,10 @@ const LimbKernel portableKernel = {multiplyByRows<PortableRow>, squareByRows<Por
 
 LIMBS_REPLACEABLE Limb* allocateLimbs(std::size_t count) {
     return static_cast<Limb*>(std::calloc(count, limbBytes));
+}
+
+LIMBS_REPLACEABLE void freeLimbs(Limb* limbs) {
+    std::free(limbs);
 }
 
 Limb addLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {

@@ -81,6 +81,7 @@ TEST(Sha1, RefusesNull) {
     EXPECT_EQ(QorSha1Update(&context, nullptr, 1) + QorSha1Final(&context, nullptr), 0);
     EXPECT_EQ(QorSha1Update(&context, nullptr, 0) + QorSha1Final(&context, digest), 2);
     EXPECT_EQ(hex(digest, 4), "da39a3ee");
+    EXPECT_EQ(context.state[0] + context.block[0], 0u) << "wiped";
 }
 
 } // namespace
