@@ -8,9 +8,9 @@
  * the object, and every output, as it was. The result's object may be one of the operands.
  *
  * Memory is overwritten with zeros before it is given up. That apart, only ModExp keeps its
- * operands' values out of its timing: the exponent's, the modulus's and, where it is below the
- * modulus already, the base's, all but the sizes of these and of the result. Every other operation
- * here takes a time that depends on the values.
+ * operands' values out of its timing: the exponent's, the modulus's and, where it is not negative
+ * and has no more machine words than the modulus, the base's; all but the sizes of these and of the
+ * result. Every other operation here takes a time that depends on the values.
  * RSA does not stand on this class but on arithmetic of fixed length: see QorRsaKey.
  */
 #pragma once

@@ -183,16 +183,13 @@ bool QorBigNum::ModExp(const QorBigNum& base, const QorBigNum& exponent, const Q
     if (!one.SetWord(1) || exponent.negative || !modulus.IsOdd() || modulus.Compare(one) <= 0) {
         return false;
     }
-    // Not compareMagnitudes, which ends at the first limb that differs.
-    const bool reduced =
-        !base.negative &&
-        (base.count < modulus.count ||
-         (base.count == modulus.count && lessLimbs(base.limbs, modulus.limbs, base.count) != 0));
+    // A power takes any base of no more limbs than the modulus has.
+    const bool fits = !base.negative && base.count <= modulus.count;
     QorBigNum start;
-    if (!reduced && !start.Mod(base, modulus)) {
+    if (!fits && !start.Mod(base, modulus)) {
         return false;
     }
-    const QorBigNum& from = reduced ? base : start;
+    const QorBigNum& from = fits ? base : start;
     const std::size_t exponentCount = exponent.IsZero() ? 1 : exponent.count;
     Montgomery field;
     LimbBuffer buffer;
