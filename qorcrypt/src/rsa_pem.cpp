@@ -124,9 +124,12 @@ bool decodeBlock(Text block, unsigned char* out, std::size_t* size) {
             }
         }
     }
+    if (digits == 0 || digits % 4 != 0 || pads > 2) {
+        return false;
+    }
     // The bits under the padding have to be zero (RFC 4648, section 3.5).
     const std::size_t unused = (std::size_t{1} << (8 * pads)) - 1;
-    if (digits == 0 || digits % 4 != 0 || pads > 2 || (bits & unused) != 0) {
+    if ((bits & unused) != 0) {
         return false;
     }
     *size = static_cast<std::size_t>(out - start) - pads;
