@@ -33,6 +33,7 @@ fuzz_all() {
     build_preset fuzz
     say "fuzzing each of $# parsers for $seconds s"
     export -f fuzz_one
+    # shellcheck disable=SC2016 # the inner shell expands them
     printf '%s\n' "$@" | xargs -I '{}' -P "$(getconf _NPROCESSORS_ONLN)" \
         bash -c 'fuzz_one "$0" "$1"' "$seconds" '{}' || fail "see above"
 }
