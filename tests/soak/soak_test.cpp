@@ -120,8 +120,7 @@ TEST_F(Soak, HoldsNothingAfterManyRequests) {
         }
     }
     EXPECT_EQ(openDescriptors(), descriptors);
-    // One more is the thread sanitizer's own.
-    EXPECT_TRUE(waitUntil([=] { return runningThreads() <= threadsBefore + 1; }));
+    EXPECT_TRUE(waitUntil([=] { return runningThreads() <= threadsBefore; }));
     EXPECT_LT(residentBytes(), resident + tolerated);
 }
 

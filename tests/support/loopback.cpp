@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <mutex>
 #include <thread>
 
 namespace support {
@@ -123,6 +124,9 @@ std::size_t openDescriptors() {
 }
 
 std::size_t runningThreads() {
+    // A sanitizer's own thread comes with the program's first one: from here on it is counted.
+    static std::once_flag first;
+    std::call_once(first, [] { std::thread([] {}).join(); });
 #if defined(__APPLE__)
     proc_taskinfo info = {};
     proc_pidinfo(getpid(), PROC_PIDTASKINFO, 0, &info, sizeof info);
