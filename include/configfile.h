@@ -17,6 +17,7 @@
  */
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "qorapi.h"

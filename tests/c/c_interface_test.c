@@ -132,7 +132,7 @@ int main(void) {
     socklen_t size = sizeof address;
     int listener = socket(AF_INET, SOCK_STREAM, 0);
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = htonl(0x7F000001);
     CHECK(QorInetSetSockOpt(listener, 1) == 1);
     CHECK(bind(listener, (struct sockaddr*)&address, size) == 0 && listen(listener, 4) == 0);
     CHECK(getsockname(listener, (struct sockaddr*)&address, &size) == 0);
