@@ -104,7 +104,7 @@ check_macos() {
         build_preset "macos-$arch"
         expect_install_name "build/macos-$arch"
         for file in libqormon3.dylib qormon; do
-            machine=$(file -b "build/macos-$arch/$file")
+            machine=$(file -bL "build/macos-$arch/$file")
             case $machine in
             *Mach-O*"$arch"*) ;;
             *) fail "build/macos-$arch/$file is no Mach-O file for $arch: $machine" ;;
