@@ -52,6 +52,7 @@ TEST(FilesTorture, AreRefused) {
         {"a removal", [](const Paths& p) { return QorOsDeleteFile(p.file); }, "unlink EBUSY 0"},
         {"a directory", [](const Paths& p) { return QorOsChkAndCreateDir(p.none); },
          "mkdir ENOSPC 0"},
+        {"a look", [](const Paths& p) { return QorOsFileExists(p.file); }, "access EACCES 0"},
     };
     for (const auto& c : cases) {
         const support::TempDirectory directory;
@@ -96,6 +97,17 @@ TEST(FilesTorture, StayInTrees) {
                         "unlink EBUSY 0, rmdir EBUSY 0"},
                        {"one with a link", [&] { return removesTrees(directory, true); },
                         "memory ENOMEM 0, lstat EIO 0, stat EIO 0, opendir EMFILE 0"}});
+}
+
+int loadsAModule() {
+    void* const module = QorOsDlLoad("libm.so.6");
+    const bool found = QorOsDlGetAddr(module, "cos") != nullptr;
+    return static_cast<int>(QorOsDlFree(module) != 0 && found);
+}
+
+TEST(ModulesTorture, AreNotLoaded) {
+    torture::failEach(
+        {{"a module", loadsAModule, "dlopen ENOENT 0, dlsym EINVAL 0, dlclose EINVAL 0"}});
 }
 
 TEST(ModulesTorture, AreNotTold) {

@@ -1,11 +1,15 @@
 // Shared memory, mutexes, events, threads and processes where the system refuses what they need.
+#include <fcntl.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <string>
 
 #include "failing_calls.h"
@@ -76,6 +80,33 @@ int makesASegment() {
     return QorOsMmfClose(&segment) == 1 ? clean(done) : -1;
 }
 
+// Closes a segment that has as many users; 10 more where it still has its address.
+int closesASegment(int users) {
+    QorOsMmf mine;
+    {
+        const torture::Aside aside;
+        QorOsMmfCreate(&mine, 10, nullptr, key, 0);
+    }
+    const int segment = mine.shmId;
+    void* const address = mine.address;
+    void* const other = users > 1 ? shmat(segment, nullptr, 0) : nullptr;
+    const uint32_t done = QorOsMmfClose(&mine);
+    const torture::Aside aside;
+    shmdt(address);
+    shmdt(other);
+    shmctl(segment, IPC_RMID, nullptr);
+    return clean(done) + (mine.address != nullptr ? 10 : 0);
+}
+
+int waitsForAnEvent() {
+    QorOsEvent* event = nullptr;
+    uint32_t result = 7;
+    QorOsEventCreate(&event, 0);
+    QorOsEventWait(event, 1, &result);
+    QorOsEventClose(event);
+    return result == QOR_WAIT_TIMEOUT ? 1 : result == QOR_WAIT_ERROR ? 0 : -1;
+}
+
 template <uint32_t (*create)(QorOsMutex**, uint32_t), uint32_t (*make)(QorOsMutex**, uint32_t),
           uint32_t objectKey>
 int mutex() {
@@ -94,8 +125,12 @@ TEST(ObjectsTorture, AreRefused) {
     torture::failEach(
         {{"a log object", makesALog, "memory ENOMEM 0, shmget ENOSPC 0, shmat EMFILE 0"},
          {"a segment", makesASegment, "shmget ENOSPC 0, shmat EMFILE 0"},
+         {"a segment's end", [] { return closesASegment(1); }, "shmctl EACCES 11 10"},
+         {"a segment that others use", [] { return closesASegment(2); },
+          "shmctl EACCES 11, shmdt EINVAL 1"},
          {"a mutex", mutex<nullptr, QorOsMutexCreate, 0>,
-          "memory ENOMEM 0, pthread_mutexattr_init ENOMEM 0, pthread_mutex_init EAGAIN 0"},
+          "memory ENOMEM 0, pthread_mutexattr_init ENOMEM 0, pthread_mutexattr_settype EINVAL 0, "
+          "pthread_mutex_init EAGAIN 0"},
          {"an event", event<nullptr, QorOsEventCreate, 0>,
           "memory ENOMEM 0, pthread_mutex_init EAGAIN 0, pthread_cond_init ENOMEM 0"},
          {"a named mutex", mutex<nullptr, QorOsMutexCreate, key>, named},
@@ -107,8 +142,21 @@ TEST(ObjectsTorture, AreRefused) {
          {"an open event", event<QorOsEventCreate, QorOsEventOpen, key>,
           "memory ENOMEM 0, semget EACCES 0"},
          {"a wait", [] { return taken(false); }, "semop EINTR 1, semop EIDRM 0"},
-         {"a release", [] { return taken(true); }, "semop EIDRM 0"}},
+         {"a release", [] { return taken(true); }, "semop EIDRM 0"},
+         {"a wait for an event", waitsForAnEvent, "pthread_cond_timedwait EINVAL 0"}},
         Cause::inErrno);
+}
+
+int closesAFile(const std::string& path) {
+    QorOsMmf file;
+    {
+        const torture::Aside aside;
+        QorOsMmfCreate(&file, 9, path.c_str(), 0, 0);
+    }
+    const uint32_t done = QorOsMmfClose(&file);
+    const torture::Aside aside;
+    file.fd = -1;
+    return done != 0 || QorOsMmfClose(&file) == 1 ? static_cast<int>(done) : -1;
 }
 
 TEST(MappedFilesTorture, AreRefused) {
@@ -127,7 +175,8 @@ TEST(MappedFilesTorture, AreRefused) {
     };
     torture::failEach({{"a mapped file", map,
                         "memory ENOMEM 0, open EACCES 0, open EINTR 1, fstat EIO 0, "
-                        "write ENOSPC 0, write EINTR 1, mmap ENODEV 0, msync EIO 0"}},
+                        "write ENOSPC 0, write EINTR 1, mmap ENODEV 0, msync EIO 0"},
+                       {"its end", [&] { return closesAFile(path); }, "munmap EINVAL 0"}},
                       Cause::inErrno);
     torture::failEach({{"a mapped file on a full disk", map, "write one-byte 0"}});
 }
@@ -147,14 +196,14 @@ int startsAThread() {
 // In a process of its own: the first thread of a process registers what forks need.
 TEST(ThreadsTortureDeathTest, AreRefused) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto refuse = [] {
-        torture::failEach({{"a thread", startsAThread,
-                            "pthread_atfork ENOMEM 0, memory ENOMEM 0, "
-                            "pthread_attr_init ENOMEM 0, pthread_create EAGAIN 0"}},
-                          Cause::inErrno);
+    const auto refuse = [](const char* faults) {
+        torture::failEach({{"a thread", startsAThread, faults}}, Cause::inErrno);
         exit(HasFailure() ? 1 : 0);
     };
-    EXPECT_EXIT(refuse(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(refuse("pthread_atfork ENOMEM 0, memory ENOMEM 0, "
+                       "pthread_attr_init ENOMEM 0, pthread_create EAGAIN 0"),
+                testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(refuse("pthread_key_create EAGAIN 0"), testing::ExitedWithCode(0), "");
 }
 
 // The exit code of a program that gives 1; 0 where it was not started or not waited for.
@@ -207,6 +256,38 @@ TEST(ProcessesTorture, AreRefused) {
     // What the new process cannot do, for want of memory or a program, shows in its exit code.
     torture::failEach({{"a program in its process", runs, "memory ENOMEM 0 127, execv EACCES 127"},
                        {"a program that is searched", searches, "execv ENOENT 1, execv EIO 127"}});
+}
+
+// A key that waits; 2 where it could not be read.
+int takesAKey() {
+    const uint32_t got = QorOsGetChNoWait(0);
+    return got == 'k' ? 1 : got == 1 ? 2 : got == 0xFFFFFFFF ? 0 : -1;
+}
+
+TEST(ConsoleTorture, IsNoTerminal) {
+    const int keyboard = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(grantpt(keyboard) == 0 && unlockpt(keyboard) == 0);
+    const int screen = open(ptsname(keyboard), O_RDWR | O_NOCTTY);
+    const int saved = dup(0);
+    ASSERT_EQ(dup2(screen, 0), 0);
+    const auto press = [&] {
+        {
+            const torture::Aside aside;
+            termios settings{};
+            tcgetattr(0, &settings);
+            settings.c_lflag &= ~static_cast<tcflag_t>(ICANON);
+            tcsetattr(0, TCSAFLUSH, &settings);
+            EXPECT_EQ(write(keyboard, "k", 1), 1);
+        }
+        return takesAKey();
+    };
+    torture::failEach({{"a key", press,
+                        "tcgetattr EIO 0, tcsetattr EIO 0, select EBADF 0, "
+                        "read EAGAIN 2"}});
+    dup2(saved, 0);
+    for (const int descriptor : {saved, screen, keyboard}) {
+        close(descriptor);
+    }
 }
 
 } // namespace

@@ -35,7 +35,7 @@ protected:
         return done;
     }
 
-    enum class Request { plain, form, parts };
+    enum class Request { plain, form, parts, bytes };
 
     int asks(Request request) const {
         HttpClient http(nullptr);
@@ -43,8 +43,13 @@ protected:
             http.SetMultipartFormData();
         }
         const bool plain = request == Request::plain;
-        const unsigned int first = plain ? 0 : http.AddPostValue("name", "value", 0);
-        const bool complete = plain || (first != 0 && http.AddPostValue("x", "y", 0) > first);
+        const auto add = [&] {
+            return request == Request::bytes
+                       ? http.AddPostValueBinary(reinterpret_cast<const unsigned char*>("a"), 1)
+                       : http.AddPostValue("name", "value", 0);
+        };
+        const unsigned int first = plain ? 0 : add();
+        const bool complete = plain || (first != 0 && add() > first);
         if (!complete || http.Connect("127.0.0.1", server_.port(), 0) == 0) {
             return 0;
         }
@@ -95,6 +100,7 @@ TEST_F(TransfersTorture, OverHttp) {
          "poll EINTR 0, recv ECONNRESET 1, recv one-byte 1"},
         {"Post of a form", [this] { return asks(Request::form); }, "memory ENOMEM 0"},
         {"Post of parts", [this] { return asks(Request::parts); }, "memory ENOMEM 0"},
+        {"Post of bytes", [this] { return asks(Request::bytes); }, "memory ENOMEM 0"},
     });
 }
 
@@ -116,13 +122,30 @@ TEST_F(TransfersTorture, OfHandles) {
         remove(file_.c_str());
         return done;
     };
+    const auto loadsThroughAProxy = [this] {
+        HttpGet http;
+        strcpy(http.proxyHost, "127.0.0.1");
+        http.proxyPort = server_.port();
+        http.SetProxyAuthentication("user", "password");
+        const int done = http.HttpRequest("http://host/", file_.c_str(), nullptr);
+        remove(file_.c_str());
+        return done;
+    };
+    const auto looksUp = [this] {
+        HttpGet http;
+        char date[40];
+        return int{http.getFileInfo(directory_.path(".").c_str(), nullptr, date)};
+    };
     const auto connects = [] {
         void* const handle = QorInetTcpClientCreate();
         QorInetTcpClientClose(handle);
         return handle != nullptr ? 1 : 0;
     };
-    torture::failEach(
-        {{"a download", loads, "memory ENOMEM 0"}, {"a connection", connects, "memory ENOMEM 0"}});
+    torture::failEach({{"a download", loads, "memory ENOMEM 0"},
+                       // Credentials of which there is no copy are not sent.
+                       {"one through a proxy", loadsThroughAProxy, "memory ENOMEM 0 1 1 0"},
+                       {"a file's date", looksUp, "stat EACCES 0, gmtime_r EOVERFLOW 0"},
+                       {"a connection", connects, "memory ENOMEM 0"}});
 }
 
 } // namespace
