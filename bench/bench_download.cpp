@@ -1,5 +1,5 @@
-// One file of 256 MB from a server on this machine, against libcurl's easy interface: wall time and
-// the CPU time of the client.
+// Transfers from a server on this machine, against libcurl's easy interface: one file of 256 MB, a
+// document of 1 kB, and an update check.
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 
@@ -9,7 +9,9 @@
 #include <string>
 #include <system_error>
 
+#include "httpclient.h"
 #include "httpget.h"
+#include "qorupdate.h"
 #include "real_servers.h"
 
 namespace {
@@ -21,6 +23,8 @@ struct Road {
     Road() {
         nginx.addServerLines("sendfile on;");
         nginx.addFile("file", std::string(fileSize, 'x'));
+        nginx.addFile("small", std::string(1024, 'x'));
+        nginx.addFile("update", "[Language 2]\nProductName=Product\nVersion=3\n");
         running = nginx.start();
     }
     support::Nginx nginx;
@@ -75,6 +79,55 @@ bool downloadByCurl() {
     return done;
 }
 
+// A new connection for each.
+void measureSmall(benchmark::State& state, bool (*get)()) {
+    if (!road().running) {
+        state.SkipWithError(road().nginx.problem().c_str());
+        return;
+    }
+    for (auto _ : state) {
+        if (!get()) {
+            state.SkipWithError("the transfer failed");
+        }
+    }
+}
+
+void getByHttpClient(benchmark::State& state) {
+    measureSmall(state, [] {
+        HttpClient http(nullptr);
+        return http.Connect("127.0.0.1", road().nginx.port(), 0) != 0 && http.Get("/small") != 0;
+    });
+}
+
+void getByCurl(benchmark::State& state) {
+    measureSmall(state, [] {
+        static const std::string url = road().nginx.url("/small");
+        std::string body;
+        const auto append = [](char* bytes, std::size_t size, std::size_t count, void* out) {
+            static_cast<std::string*>(out)->append(bytes, size * count);
+            return size * count;
+        };
+        CURL* const curl = curl_easy_init();
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, +append);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+        const bool done = curl_easy_perform(curl) == CURLE_OK;
+        curl_easy_cleanup(curl);
+        return done && body.size() == 1024;
+    });
+}
+
+void checkForUpdate(benchmark::State& state) {
+    measureSmall(state, [] {
+        static const std::string url = road().nginx.url("/update");
+        char out[100];
+        return CheckForUpdate(2, url.c_str(), nullptr, 0, out, sizeof out) > 2;
+    });
+}
+
+BENCHMARK(getByHttpClient)->UseRealTime();
+BENCHMARK(getByCurl)->UseRealTime();
+BENCHMARK(checkForUpdate)->UseRealTime();
 BENCHMARK_CAPTURE(measure, HttpGet, downloadByHttpGet)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
