@@ -61,7 +61,8 @@ if(QORMON3_BUILD_TOOL)
 endif()
 
 # What a person reads, placed so that the links between the texts hold.
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES bench/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/bench)
 install(FILES NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME ${notice_name})
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
