@@ -10,10 +10,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "internal/replaceable.h"
 #include "qoros.h"
-
-// On the definitions only: a replacement that sees the declarations has to win.
-#define NETCALLS_REPLACEABLE __attribute__((weak))
 
 namespace netcalls {
 
@@ -29,22 +27,21 @@ int openStreamSocket(int family) {
 #endif
 }
 
-NETCALLS_REPLACEABLE int connectSocket(int sock, const sockaddr* address, socklen_t length) {
+QOR_REPLACEABLE int connectSocket(int sock, const sockaddr* address, socklen_t length) {
     return connect(sock, address, length);
 }
 
-NETCALLS_REPLACEABLE ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags) {
+QOR_REPLACEABLE ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags) {
     return recv(sock, data, size, flags);
 }
 
-NETCALLS_REPLACEABLE bool setOption(int sock, int level, int option, const void* value,
-                                    socklen_t size) {
+QOR_REPLACEABLE bool setOption(int sock, int level, int option, const void* value, socklen_t size) {
     return setsockopt(sock, level, option, value, size) == 0;
 }
 
 #if defined(__APPLE__)
 
-NETCALLS_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
+QOR_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
     return send(sock, data, size, 0);
 }
 
@@ -55,7 +52,7 @@ bool refuseSigPipe(int sock) {
 
 #else
 
-NETCALLS_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
+QOR_REPLACEABLE ssize_t sendBytes(int sock, const void* data, std::size_t size) {
     return send(sock, data, size, MSG_NOSIGNAL);
 }
 
@@ -65,15 +62,15 @@ bool refuseSigPipe(int) {
 
 #endif
 
-NETCALLS_REPLACEABLE int resolveHost(const char* host, addrinfo** list) {
+QOR_REPLACEABLE int resolveHost(const char* host, addrinfo** list) {
     return getaddrinfo(host, nullptr, nullptr, list);
 }
 
-NETCALLS_REPLACEABLE void freeResolved(addrinfo* list) {
+QOR_REPLACEABLE void freeResolved(addrinfo* list) {
     freeaddrinfo(list);
 }
 
-NETCALLS_REPLACEABLE bool beginThread(void* (*routine)(void*), void* argument) {
+QOR_REPLACEABLE bool beginThread(void* (*routine)(void*), void* argument) {
     std::uint64_t handle = 0; // of no use: nobody joins the thread
     return QorOsThreadBegin(&handle, routine, 0, argument) != 0;
 }
@@ -88,7 +85,7 @@ bool startThread(void* (*routine)(void*), void* argument) {
     return started;
 }
 
-NETCALLS_REPLACEABLE void pauseFor(unsigned int milliseconds) {
+QOR_REPLACEABLE void pauseFor(unsigned int milliseconds) {
     QorOsSleep(milliseconds);
 }
 

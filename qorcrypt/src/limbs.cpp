@@ -4,11 +4,9 @@
 
 #include <algorithm>
 
+#include "internal/replaceable.h"
 #include "limb_buffer.h"
 #include "limb_rows.h"
-
-// On the definition only: a replacement that sees the declaration has to win.
-#define LIMBS_REPLACEABLE __attribute__((weak))
 
 namespace qorcrypt {
 namespace {
@@ -57,11 +55,11 @@ void doubleModulo(Limb* value, Limb bit, const Limb* modulus, std::size_t count,
 const LimbKernel portableKernel = {multiplyByRows<PortableRow>, squareByRows<PortableRow>,
                                    reduceByRows<PortableRow>, subtractPortable};
 
-LIMBS_REPLACEABLE Limb* allocateLimbs(std::size_t count) {
+QOR_REPLACEABLE Limb* allocateLimbs(std::size_t count) {
     return static_cast<Limb*>(std::calloc(count, limbBytes));
 }
 
-LIMBS_REPLACEABLE void freeLimbs(Limb* limbs) {
+QOR_REPLACEABLE void freeLimbs(Limb* limbs) {
     std::free(limbs);
 }
 

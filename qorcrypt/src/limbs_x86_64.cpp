@@ -4,8 +4,7 @@
 // the others.
 #include "limb_rows.h"
 
-// On the definition only: a replacement that sees the declaration has to win.
-#define LIMBS_REPLACEABLE __attribute__((weak))
+#include "internal/replaceable.h"
 
 #if defined(__x86_64__)
 
@@ -301,7 +300,7 @@ bool hasAdx() {
 
 } // namespace
 
-LIMBS_REPLACEABLE const LimbKernel* fastKernel() {
+QOR_REPLACEABLE const LimbKernel* fastKernel() {
     return hasAdx() ? &adxKernel : nullptr;
 }
 
@@ -311,7 +310,7 @@ LIMBS_REPLACEABLE const LimbKernel* fastKernel() {
 
 namespace qorcrypt {
 
-LIMBS_REPLACEABLE const LimbKernel* fastKernel() {
+QOR_REPLACEABLE const LimbKernel* fastKernel() {
     return nullptr;
 }
 

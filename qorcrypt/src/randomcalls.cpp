@@ -5,29 +5,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// On the definitions only: a replacement that sees the declarations has to win.
-#define RANDOMCALLS_REPLACEABLE __attribute__((weak))
+#include "internal/replaceable.h"
 
 namespace randomcalls {
 
-RANDOMCALLS_REPLACEABLE int openDevice(const char* path, int flags) {
+QOR_REPLACEABLE int openDevice(const char* path, int flags) {
     return open(path, flags);
 }
 
-RANDOMCALLS_REPLACEABLE ssize_t readBytes(int fd, unsigned char* buffer, std::size_t size) {
+QOR_REPLACEABLE ssize_t readBytes(int fd, unsigned char* buffer, std::size_t size) {
     return read(fd, buffer, size);
 }
 
-RANDOMCALLS_REPLACEABLE void closeDevice(int fd) {
+QOR_REPLACEABLE void closeDevice(int fd) {
     close(fd);
 }
 
-RANDOMCALLS_REPLACEABLE bool isCharacterDevice(int fd) {
+QOR_REPLACEABLE bool isCharacterDevice(int fd) {
     struct stat status;
     return fstat(fd, &status) == 0 && S_ISCHR(status.st_mode);
 }
 
-RANDOMCALLS_REPLACEABLE bool wipeOnFork(void* pages, std::size_t size) {
+QOR_REPLACEABLE bool wipeOnFork(void* pages, std::size_t size) {
 #if defined(MADV_WIPEONFORK)
     return madvise(pages, size, MADV_WIPEONFORK) == 0;
 #else

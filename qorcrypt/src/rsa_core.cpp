@@ -3,10 +3,8 @@
 
 #include <unistd.h>
 
+#include "internal/replaceable.h"
 #include "qorcrypto_random.h"
-
-// On the definition only: a replacement that sees the declaration has to win.
-#define RSA_REPLACEABLE __attribute__((weak))
 
 namespace qorcrypt {
 namespace {
@@ -17,7 +15,7 @@ constexpr unsigned int usesOfABlinding = 128;
 
 } // namespace
 
-RSA_REPLACEABLE void privatePower(const Montgomery& field, Limb* out, const Limb* base,
+QOR_REPLACEABLE void privatePower(const Montgomery& field, Limb* out, const Limb* base,
                                   const Limb* exponent, Limb* work) {
     field.power(out, base, exponent, field.count(), work);
 }

@@ -3,23 +3,22 @@
 #include <cstdlib>
 #include <cstring>
 
-// On the definitions only: a replacement that sees the declarations has to win.
-#define SECRET_REPLACEABLE __attribute__((weak))
+#include "internal/replaceable.h"
 
 namespace secret {
 
 // The empty assembly reads the memory as far as the compiler can tell, so that zeros written just
 // before a release are not dropped as useless.
-SECRET_REPLACEABLE void wipe(void* bytes, std::size_t size) {
+QOR_REPLACEABLE void wipe(void* bytes, std::size_t size) {
     std::memset(bytes, 0, size);
     __asm__ __volatile__("" : : "r"(bytes) : "memory");
 }
 
-SECRET_REPLACEABLE void* allocate(std::size_t size) {
+QOR_REPLACEABLE void* allocate(std::size_t size) {
     return std::calloc(1, size);
 }
 
-SECRET_REPLACEABLE void release(void* bytes, std::size_t) {
+QOR_REPLACEABLE void release(void* bytes, std::size_t) {
     std::free(bytes);
 }
 
