@@ -145,7 +145,7 @@ bool QorBigNum::SetHex(const char* text) {
 
 void QorBigNum::Clear() {
     if (limbs != nullptr) {
-        wipe(limbs, capacity * limbBytes);
+        qorWipe(limbs, capacity * limbBytes);
         freeLimbs(limbs);
     }
     limbs = nullptr;

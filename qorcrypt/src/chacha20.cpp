@@ -1,6 +1,6 @@
 #include "chacha20.h"
 
-#include "wipe.h"
+#include "internal/wipe.h"
 
 namespace qorcrypt {
 
@@ -75,8 +75,8 @@ void chacha20KeyStream(const unsigned char (&key)[chacha20KeySize], std::uint32_
         state[12] = counter++;
         writeBlock(state, work, out);
     }
-    wipe(state, sizeof state);
-    wipe(work, sizeof work);
+    qorWipe(state, sizeof state);
+    qorWipe(work, sizeof work);
 }
 
 } // namespace qorcrypt

@@ -1,14 +1,15 @@
+// Memory for limbs that is wiped before it is released.
 #pragma once
 
 #include <cstring>
 
+#include "internal/wipe.h"
 #include "limbs.h"
-#include "wipe.h"
 
 namespace qorcrypt {
 
-// Zeros; null where memory is short. Both by themselves so that tests can make it so, and see that
-// what is freed, if not null, has been wiped.
+// Zeros; null where memory is short. Tests replace both: to make it short, and to see that what is
+// freed, if not null, was wiped.
 Limb* allocateLimbs(std::size_t count);
 void freeLimbs(Limb* limbs);
 
@@ -54,7 +55,7 @@ public:
 
 private:
     void release() {
-        wipe(limbs, count * limbBytes);
+        qorWipe(limbs, count * limbBytes);
         freeLimbs(limbs);
         limbs = nullptr;
         count = 0;

@@ -119,7 +119,7 @@ void Montgomery::gather(Limb* out, const Limb* table, Limb index) const {
             out[at] |= table[i * limbCount + at] & masks[i];
         }
     }
-    wipe(masks, sizeof masks); // they tell the index, a part of the exponent
+    qorWipe(masks, sizeof masks); // they tell the index, a part of the exponent
 }
 
 void Montgomery::power(Limb* out, const Limb* base, const Limb* exponent, std::size_t exponentCount,

@@ -12,8 +12,8 @@
 #include <atomic>
 
 #include "chacha20.h"
+#include "internal/wipe.h"
 #include "randomcalls.h"
-#include "wipe.h"
 
 namespace qorcrypt {
 
@@ -113,7 +113,7 @@ private:
 
 Generator::~Generator() {
     if (state_ != nullptr) {
-        wipe(state_, sizeof *state_);
+        qorWipe(state_, sizeof *state_);
         munmap(state_, sizeof *state_);
     }
 }
@@ -140,7 +140,7 @@ void Generator::forgetAfterFork() {
     const unsigned int forks = forkCount.load(std::memory_order_relaxed);
     const pid_t pid = getpid();
     if (state_->forks != forks || state_->pid != pid) {
-        wipe(state_, sizeof *state_);
+        qorWipe(state_, sizeof *state_);
         state_->forks = forks;
         state_->pid = pid;
     }
@@ -154,11 +154,11 @@ bool Generator::reseed() {
     if (complete) {
         std::transform(seed, seed + sizeof seed, state_->key, state_->key,
                        [](unsigned char a, unsigned char b) { return a ^ b; });
-        wipe(state_->buffer, sizeof state_->buffer);
+        qorWipe(state_->buffer, sizeof state_->buffer);
         state_->unused = 0;
         state_->untilReseed = reseedInterval;
     }
-    wipe(seed, sizeof seed);
+    qorWipe(seed, sizeof seed);
     return complete;
 }
 
@@ -169,7 +169,7 @@ void Generator::makeBlocks(unsigned char* out, std::size_t blocks) {
     chacha20KeyStream(state_->key, 0, nonce, next, 1);
     chacha20KeyStream(state_->key, 1, nonce, out, blocks);
     memcpy(state_->key, next, sizeof state_->key);
-    wipe(next, sizeof next);
+    qorWipe(next, sizeof next);
 }
 
 // Hands out what one step gives: whole blocks to those who want many, else a part of the buffer.
@@ -186,7 +186,7 @@ std::size_t Generator::takeSome(unsigned char* out, std::size_t size) {
     const std::size_t taken = std::min(size, state_->unused);
     unsigned char* const from = state_->buffer + (bufferSize - state_->unused);
     memcpy(out, from, taken);
-    wipe(from, taken);
+    qorWipe(from, taken);
     state_->unused -= taken;
     return taken;
 }
@@ -240,7 +240,7 @@ int QorRandomBytes(void* out, size_t size) {
         return 0;
     }
     if (!qorcrypt::fillFromOwn(static_cast<unsigned char*>(out), size)) {
-        qorcrypt::wipe(out, size);
+        qorWipe(out, size);
         return 0;
     }
     return 1;

@@ -5,9 +5,9 @@
 #include <algorithm>
 
 #include "constant_time.h"
+#include "internal/wipe.h"
 #include "qorcrypto_random.h"
 #include "qorcrypto_sha1.h"
-#include "wipe.h"
 
 namespace qorcrypt {
 
@@ -120,7 +120,7 @@ bool padType2(const unsigned char* message, std::size_t size, unsigned char* blo
     }
     const std::size_t filler = frameMessage(encryptionType, message, size, block, blockSize);
     if (!fillNonZero(block + fillerStart, filler)) {
-        wipe(block, blockSize);
+        qorWipe(block, blockSize);
         return false;
     }
     return true;
@@ -146,7 +146,7 @@ bool recoverType1(const unsigned char* block, std::size_t blockSize, const unsig
 
 Type2Result removeType2(unsigned char* block, std::size_t blockSize) {
     if (blockSize < paddingOverhead) {
-        wipe(block, blockSize);
+        qorWipe(block, blockSize);
         return {0, 0};
     }
     const Start start = findMessage(block, blockSize);

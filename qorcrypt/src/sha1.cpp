@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
+#include "internal/wipe.h"
 #include "sha1_blocks.h"
-#include "wipe.h"
 
 namespace qorcrypt {
 
@@ -64,7 +64,7 @@ void sha1Final(QorSha1Context& context, unsigned char* digest, Sha1Blocks workBl
     for (std::size_t i = 0; i < 5; ++i) {
         storeBigEndian(context.state[i], digest + 4 * i, 4);
     }
-    wipe(&context, sizeof context);
+    qorWipe(&context, sizeof context);
 }
 
 } // namespace qorcrypt

@@ -1,17 +1,14 @@
 #include "secret.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "internal/replaceable.h"
+#include "internal/wipe.h"
 
 namespace secret {
 
-// The empty assembly reads the memory as far as the compiler can tell, so that zeros written just
-// before a release are not dropped as useless.
 QOR_REPLACEABLE void wipe(void* bytes, std::size_t size) {
-    std::memset(bytes, 0, size);
-    __asm__ __volatile__("" : : "r"(bytes) : "memory");
+    qorWipe(bytes, size);
 }
 
 QOR_REPLACEABLE void* allocate(std::size_t size) {
