@@ -35,7 +35,7 @@ QOR_REPLACEABLE ssize_t receiveBytes(int sock, void* data, std::size_t size, int
     return recv(sock, data, size, flags);
 }
 
-QOR_REPLACEABLE bool setOption(int sock, int level, int option, const void* value, socklen_t size) {
+bool setOption(int sock, int level, int option, const void* value, socklen_t size) {
     return setsockopt(sock, level, option, value, size) == 0;
 }
 

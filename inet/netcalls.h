@@ -22,7 +22,7 @@ ssize_t sendBytes(int sock, const void* data, std::size_t size);
 // recv(2). Replaceable.
 ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags);
 
-// setsockopt(2); true on success. Replaceable.
+// setsockopt(2); true on success.
 bool setOption(int sock, int level, int option, const void* value, socklen_t size);
 
 // Where SIGPIPE is a matter of the socket: switches it off; elsewhere sendBytes does it.
