@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "httpclient_internal.h"
+#include "qoros.h"
 #include "utf8conv.h"
 
 namespace {
@@ -47,11 +49,11 @@ char* putText(char* out, const char* text) {
     return out + length;
 }
 
-unsigned int textLength(const char* text) {
-    return text == nullptr ? 0 : static_cast<unsigned int>(strlen(text));
-}
-
 } // namespace
+
+void HttpClient::SetMultipartFormData() {
+    multipart = 1;
+}
 
 char* HttpClient::strToHttp(const char* text, unsigned int lineLen) {
     if (text == nullptr) {
@@ -118,7 +120,7 @@ unsigned int HttpClient::AddPostValueDirect(const char* name, const char* value)
     }
     // Kept: form values go by the text in the body, so one that follows raw bytes stands at their
     // first zero byte.
-    const std::size_t length = textLength(requestBody);
+    const std::size_t length = httpclient::lengthOf(requestBody);
     const unsigned long long need = length + strlen(name) + strlen(value) + formSlack;
     if (!reserveBody(need, 2 * need)) {
         return requestBodyLength;
@@ -130,7 +132,7 @@ unsigned int HttpClient::AddPostValueDirect(const char* name, const char* value)
     out = putText(out, name);
     out = putText(out, "=");
     putText(out, value);
-    requestBodyLength = textLength(requestBody);
+    requestBodyLength = static_cast<unsigned int>(strlen(requestBody));
     return requestBodyLength;
 }
 
@@ -160,7 +162,7 @@ unsigned int HttpClient::AddPostValueMultiPart(const char* name, const char* val
         AnsiToUtf8(value, out, used < need ? static_cast<unsigned int>(need - used) : 0);
     }
     putText(requestBody + strlen(requestBody), "\r\n");
-    requestBodyLength = textLength(requestBody);
+    requestBodyLength = static_cast<unsigned int>(strlen(requestBody));
     return requestBodyLength;
 }
 
@@ -180,4 +182,26 @@ unsigned int HttpClient::AddPostValueBinary(const unsigned char* data, unsigned 
     requestBodyLength += len;
     requestBody[requestBodyLength] = '\0';
     return requestBodyLength;
+}
+
+// A body without its type would be read in another way, or not at all.
+bool HttpClient::ensureContentType() {
+    if (contentType == nullptr) {
+        contentType = strdup("application/x-www-form-urlencoded");
+    }
+    return contentType != nullptr;
+}
+
+// Content type and closing delimiter are written before `send` renews the boundary, so that they
+// agree with the parts.
+bool HttpClient::finishMultipartBody() {
+    char text[64];
+    sprintf_qor(text, sizeof text, "multipart/form-data; boundary=%s", boundary);
+    free(contentType);
+    contentType = strdup(text);
+    // Kept: the back-quote. Servers of the product take the closing delimiter with it.
+    const int length = sprintf_qor(text, sizeof text, "--%s--`\r\n", boundary);
+    return contentType != nullptr &&
+           AddPostValueBinary(reinterpret_cast<const unsigned char*>(text),
+                              static_cast<unsigned int>(length)) != 0;
 }

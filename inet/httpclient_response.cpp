@@ -1,4 +1,4 @@
-// What comes back: connecting, reading one response, and taking it apart.
+// What comes back: reading one response, and taking it apart.
 #include "httpclient.h"
 
 #include <strings.h>
@@ -23,7 +23,6 @@ constexpr unsigned int protocolLength = sizeof protocol - 1;
 constexpr unsigned int statusPosition = 9; // in "HTTP/1.1 200 OK"
 constexpr unsigned int reasonPosition = 12;
 constexpr unsigned int statusOk = 200;
-constexpr char connectFailed[] = "TCP Connect failed";
 constexpr char contentLengthName[] = "Content-Length: ";
 
 bool isLineEnd(char c) {
@@ -121,33 +120,6 @@ unsigned int receiveSome(HttpClient& http, unsigned int held, unsigned int size)
 }
 
 } // namespace
-
-signed char HttpClient::Connect(const char* hostName, unsigned int portNumber, signed char useSsl) {
-    if (hostName == nullptr) {
-        strcpy_qor(errorText, sizeof errorText, connectFailed);
-        return 0;
-    }
-    ssl = useSsl;
-    if (hostName != host) {
-        strcpy_qor(host, sizeof host, hostName);
-    }
-    port = portNumber;
-    return connect();
-}
-
-signed char HttpClient::connect() {
-    signed char connected = 0;
-    if (tcp != nullptr) {
-        // TcpClient::Connect leaves an open socket open; a retry must not leak it.
-        tcp->Disconnect();
-        connected = proxyHost[0] != '\0' ? tcp->Connect(proxyHost, proxyPort, ssl)
-                                         : tcp->Connect(host, port, ssl);
-    }
-    if (connected == 0) {
-        strcpy_qor(errorText, sizeof errorText, connectFailed);
-    }
-    return connected;
-}
 
 signed char HttpClient::receiveWait() {
     free(responseBuffer);
