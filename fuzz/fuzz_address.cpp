@@ -2,21 +2,15 @@
 // blocks, and message values as ranges.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
 
 #include "qoripaddr.h"
 #include "qoriprange.h"
+#include "require.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 constexpr unsigned char fill = 0xEE;
 

@@ -1,19 +1,13 @@
 // Both Base64 decoders over hostile text, and each encoder's output back through its decoder.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "base64.h"
+#include "require.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 void decodeBuffer(const std::vector<unsigned char>& in) {
     const auto length = static_cast<unsigned int>(in.size());

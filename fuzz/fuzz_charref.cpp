@@ -1,22 +1,16 @@
 // The conversion to UTF-8 over hostile text. The first byte gives the room.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "require.h"
 #include "utf8conv.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 bool isPlain(const std::string& text) {
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };

@@ -3,21 +3,15 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include <string>
 #include <vector>
 
 #include "qoros/src/linux/qoros_cmdline.h"
+#include "require.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 // Each argument with a blank in front.
 std::string joined(char** arguments) {

@@ -7,10 +7,9 @@
 
 #include "httpclient.h"
 #include "pieces.h"
+#include "require.h"
 
 namespace {
-
-using pieces::require;
 
 void checkMembers(const HttpClient& http, signed char result) {
     require(strnlen(http.statusLine, sizeof http.statusLine) < sizeof http.statusLine);

@@ -2,11 +2,11 @@
 // effect.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "httpvalue.h"
+#include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::vector<char> text(size + 1);
@@ -14,8 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const long date = StrToDate(text.data());
     text.resize(strlen(text.data()));
     text.insert(text.end(), {'!', '\0'}); // would make no number longer
-    if (date != StrToDate(text.data())) {
-        abort();
-    }
+    require(date == StrToDate(text.data()));
     return 0;
 }

@@ -11,13 +11,12 @@
 #include "httpget.h"
 #include "inet/netcalls.h"
 #include "pieces.h"
+#include "require.h"
 
 // In place of the library's own: nothing more comes by waiting.
 void netcalls::pauseFor(unsigned int) {}
 
 namespace {
-
-using pieces::require;
 
 // A file in the directory for temporary files, removed when the program ends.
 struct Destination {

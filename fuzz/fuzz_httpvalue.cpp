@@ -1,10 +1,10 @@
 // Value lists over hostile bytes: each pair is found by its name, and holds no more than there was.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include "httpvalue.h"
+#include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     QOR::TemplLinkedList<HTTPVALUE*> list;
@@ -14,13 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (auto* element = list.head; element != nullptr; element = element->next) {
         const HTTPVALUE& pair = *element->data;
         held += strlen(pair.name) + strlen(pair.value) + 4; // ": " and the line's end
-        if (HTTPVALUE::findHttpValue(list, pair.name) == nullptr ||
-            strstr(pair.value, "<CR>") != nullptr) {
-            abort();
-        }
+        require(HTTPVALUE::findHttpValue(list, pair.name) != nullptr);
+        require(strstr(pair.value, "<CR>") == nullptr);
     }
-    if (held > size) {
-        abort();
-    }
+    require(held <= size);
     return 0;
 }

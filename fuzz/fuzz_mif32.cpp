@@ -5,7 +5,6 @@
 // size of the outputs. The rest is the message.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -14,16 +13,11 @@
 #include "mif32.h"
 #include "qoripaddr.h"
 #include "qormif.h"
+#include "require.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 struct Wanted {
     unsigned short id;

@@ -1,23 +1,17 @@
 // The readers of RSA keys over hostile DER and PEM.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "qorcrypt/src/rsa_key_der.h"
 #include "qorcrypt/src/rsa_pem.h"
+#include "require.h"
 
 namespace {
 
 using qorcrypt::RsaKeyParts;
 using Bytes = std::vector<unsigned char>;
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 // DER has one form for each value: what was read, written again, has to be the input.
 Bytes element(unsigned char tag, const Bytes& content) {

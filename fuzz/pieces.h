@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 
 #include "tcpclient.h"
 
@@ -15,12 +14,6 @@ namespace pieces {
 
 constexpr std::size_t longest = 5000; // what the clients read at once, at most
 constexpr std::size_t most = 64;
-
-inline void require(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
 
 // Connects the client to a peer that has sent the input behind its first byte and is gone, so that
 // nothing ever waits. That byte is the size of the pieces, as far as their number stays small; 0
