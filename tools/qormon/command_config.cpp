@@ -1,6 +1,7 @@
 #include "arguments.h"
 #include "commands.h"
 #include "text.h"
+#include "usage.h"
 
 #include <sys/stat.h>
 
@@ -19,7 +20,7 @@ namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon config list FILE [--json]\n"
     "       qormon config get FILE GROUP NAME [--json]\n"
     "       qormon config set FILE GROUP NAME VALUE\n"
@@ -35,17 +36,13 @@ constexpr char usage[] =
     "\n"
     "Characters that a terminal would obey are shown as question marks. The exit code is 1 where\n"
     "a group or a name is missing, or the file can't be read or changed as told.\n";
+constexpr Usage usage = {"config", usageText};
 
 // What the library reads, and therefore what is written.
 constexpr std::size_t longestValue = 510;
 // A line with a longer name or value ends the list of its group.
 constexpr std::size_t longestListed = 255;
 constexpr off_t largestFile = off_t{64} << 20; // bytes; no configuration comes near
-
-int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon config: %s\n%s", why.c_str(), usage);
-    return exitUsage;
-}
 
 // A file with what is wanted of it.
 struct Request {
@@ -293,7 +290,7 @@ int set(Request& request) {
     const std::string& value = request.arguments.operand(3);
     const std::string error = refusalOfWords(request.group(), request.name(), value);
     if (!error.empty()) {
-        return refuse(error);
+        return usage.refuse(error);
     }
     std::string old;
     if (read(request.config, request, old) && old == value) {
@@ -372,11 +369,10 @@ int perform(const Action& action, const Words& words) {
     const bool few = least.error().empty();
     const Arguments& arguments = few ? least : most;
     if (arguments.has("--help")) {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     if (!arguments.error().empty()) {
-        return refuse(printable(arguments.error()));
+        return usage.refuse(printable(arguments.error()));
     }
     Request request{arguments, few ? action.leastOperands : action.mostOperands, {}};
     const std::string error = refusalOfFile(request.file());
@@ -393,17 +389,16 @@ int perform(const Action& action, const Words& words) {
 
 int commandConfig(const Words& words) {
     if (words.empty()) {
-        return refuse("an argument is missing");
+        return usage.refuse("an argument is missing");
     }
     if (words[0] == "--help") {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     const auto* const action =
         std::find_if(std::begin(actions), std::end(actions),
                      [&](const Action& each) { return words[0] == each.name; });
     if (action == std::end(actions)) {
-        return refuse("neither list nor get nor set nor delete: " + printable(words[0]));
+        return usage.refuse("neither list nor get nor set nor delete: " + printable(words[0]));
     }
     return perform(*action, Words(words.begin() + 1, words.end()));
 }

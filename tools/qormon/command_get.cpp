@@ -1,14 +1,13 @@
 #include "arguments.h"
 #include "commands.h"
 #include "download.h"
-
-#include <cstdio>
+#include "usage.h"
 
 namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon get URL FILE [--proxy HOST:PORT] [--proxy-user USER:PASSWORD]\n"
     "\n"
     "Downloads what is at URL into FILE, and gives it the time that the server tells. Where\n"
@@ -18,14 +17,10 @@ constexpr char usage[] =
     "                              list of processes\n"
     "\n"
     "Ctrl-C ends a download. A download that fails leaves in FILE what has come so far.\n";
+constexpr Usage usage = {"get", usageText};
 
 // Beyond that the library sends none.
 constexpr std::size_t longestCredentials = 198; // USER and PASSWORD together
-
-int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon get: %s\n%s", why.c_str(), usage);
-    return exitUsage;
-}
 
 // Takes the credentials; the result is an error text, which shows nothing of them, or empty.
 std::string readCredentials(const Arguments& arguments, Download& download) {
@@ -66,16 +61,15 @@ int commandGet(const Words& words) {
         words, {{"--proxy", "HOST:PORT"}, {"--proxy-user", "USER:PASSWORD"}, {"--help", nullptr}},
         2);
     if (arguments.has("--help")) {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     if (!arguments.error().empty()) {
-        return refuse(arguments.error());
+        return usage.refuse(arguments.error());
     }
     Download download{"get", stdout, "", ""};
     const std::string error = readDownload(arguments, download);
     if (!error.empty()) {
-        return refuse(error);
+        return usage.refuse(error);
     }
     return exitCodeAfter(download, getFile(download));
 }

@@ -1,6 +1,7 @@
 #include "arguments.h"
 #include "commands.h"
 #include "text.h"
+#include "usage.h"
 
 #include <sys/socket.h>
 
@@ -13,18 +14,18 @@ namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon ip ADDRESS[/PREFIX]\n"
     "       qormon ip LOW-HIGH\n"
     "\n"
     "Shows an IPv4 or IPv6 address in its text forms and what kind of address it is, the range of\n"
     "the block that ADDRESS/PREFIX is in, or the block that reaches from LOW to HIGH.\n";
+constexpr Usage usage = {"ip", usageText};
 
 constexpr std::size_t addressTextBytes = 64;
 
 int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon ip: %s\n%s", printable(why).c_str(), usage);
-    return exitUsage;
+    return usage.refuse(printable(why));
 }
 
 void printRow(const char* label, const std::string& value) {
@@ -139,8 +140,7 @@ int showBlockOfRange(const std::string& text, std::size_t dash) {
 int commandIp(const Words& words) {
     const Arguments arguments(words, {{"--help", nullptr}}, 1);
     if (arguments.has("--help")) {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     if (!arguments.error().empty()) {
         return refuse(arguments.error());

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "control_block.h"
 #include "text.h"
+#include "usage.h"
 
 #include <sys/ipc.h>
 #include <sys/sem.h>
@@ -15,7 +16,7 @@ namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon ipc [--json]\n"
     "       qormon ipc clean [--yes]\n"
     "\n"
@@ -29,6 +30,7 @@ constexpr char usage[] =
     "that are gone; where nobody has the block, also the semaphores left over and the block.\n"
     "\n"
     "macOS limits all this by kern.sysv.shmmax, shmmni and shmseg (segments) and semmni, semmns.\n";
+constexpr Usage usage = {"ipc", usageText};
 
 struct SlotView {
     int index;
@@ -44,11 +46,6 @@ constexpr char stateGone[] = "gone";
 constexpr char stateLeftOver[] = "left over";
 constexpr char stateForeign[] = "foreign";
 constexpr char stateUnreadable[] = "unreadable";
-
-int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon ipc: %s\n%s", why.c_str(), usage);
-    return exitUsage;
-}
 
 const char* stateOf(int semaphore, bool inUse) {
     if (semctl(semaphore, 0, GETVAL) == -1) {
@@ -130,7 +127,7 @@ void printJson(const ControlBlock& block, const std::vector<SlotView>& slots) {
 int show(const Words& words) {
     const Arguments arguments(words, {{"--json", nullptr}}, 0);
     if (!arguments.error().empty()) {
-        return refuse(arguments.error());
+        return usage.refuse(arguments.error());
     }
     const ControlBlock block(ControlBlock::Access::Read);
     if (!block.error().empty()) {
@@ -182,7 +179,7 @@ bool cleanSlot(ControlBlock& block, const SlotView& view, bool yes) {
 int clean(const Words& words) {
     const Arguments arguments(words, {{"--yes", nullptr}}, 0);
     if (!arguments.error().empty()) {
-        return refuse(arguments.error());
+        return usage.refuse(arguments.error());
     }
     const bool yes = arguments.has("--yes");
     ControlBlock block(ControlBlock::Access::Write);
@@ -215,8 +212,7 @@ int clean(const Words& words) {
 int commandIpc(const Words& words) {
     for (const std::string& word : words) {
         if (word == "--help") {
-            std::fputs(usage, stdout);
-            return exitSuccess;
+            return usage.show();
         }
     }
     const bool cleans = !words.empty() && words[0] == "clean";

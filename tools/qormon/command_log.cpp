@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "control_block.h"
 #include "text.h"
+#include "usage.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -11,7 +12,7 @@ namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon log show [--json]\n"
     "       qormon log set LEVEL...\n"
     "       qormon log reset LEVEL...\n"
@@ -22,6 +23,7 @@ constexpr char usage[] =
     "\n"
     "LEVEL is fatal, error, trace, debug, all for these four, or stdout, which sends the messages\n"
     "to standard output instead of syslog.\n";
+constexpr Usage usage = {"log", usageText};
 
 struct Level {
     const char* name;
@@ -33,11 +35,6 @@ constexpr Level levels[] = {
     {"trace", QOR_LOG_TRACE},   {"debug", QOR_LOG_DEBUG},
 };
 constexpr uint32_t allLevels = QOR_LOG_FATAL | QOR_LOG_ERROR | QOR_LOG_TRACE | QOR_LOG_DEBUG;
-
-int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon log: %s\n%s", why.c_str(), usage);
-    return exitUsage;
-}
 
 // The bits of a level's name; 0 for none.
 uint32_t bitsOf(const std::string& name) {
@@ -72,7 +69,7 @@ void show(uint32_t mask, bool json) {
 int showMask(const Words& words) {
     const Arguments arguments(words, {{"--json", nullptr}}, 0);
     if (!arguments.error().empty()) {
-        return refuse(arguments.error());
+        return usage.refuse(arguments.error());
     }
     const ControlBlock block(ControlBlock::Access::Read);
     if (!block.error().empty()) {
@@ -86,12 +83,12 @@ int changeMask(const Words& names, void (ControlBlock::*change)(uint32_t)) {
     uint32_t bits = 0;
     for (const std::string& name : names) {
         if (bitsOf(name) == 0) {
-            return refuse("no level: " + printable(name));
+            return usage.refuse("no level: " + printable(name));
         }
         bits |= bitsOf(name);
     }
     if (bits == 0) {
-        return refuse("a level is missing");
+        return usage.refuse("a level is missing");
     }
     ControlBlock block(ControlBlock::Access::Write);
     if (!block.error().empty()) {
@@ -106,11 +103,10 @@ int changeMask(const Words& names, void (ControlBlock::*change)(uint32_t)) {
 
 int commandLog(const Words& words) {
     if (std::find(words.begin(), words.end(), "--help") != words.end()) {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     if (words.empty()) {
-        return refuse("an argument is missing");
+        return usage.refuse("an argument is missing");
     }
     const Words rest(words.begin() + 1, words.end());
     if (words[0] == "show") {
@@ -122,7 +118,7 @@ int commandLog(const Words& words) {
     if (words[0] == "reset") {
         return changeMask(rest, &ControlBlock::resetLog);
     }
-    return refuse("neither show nor set nor reset: " + printable(words[0]));
+    return usage.refuse("neither show nor set nor reset: " + printable(words[0]));
 }
 
 } // namespace qormon

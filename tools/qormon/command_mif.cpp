@@ -1,6 +1,7 @@
 #include "arguments.h"
 #include "commands.h"
 #include "text.h"
+#include "usage.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,13 +18,14 @@ namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon mif FILE [--json]\n"
     "\n"
     "Prints the entries of a message that a file holds: offset, identifier, length, what the\n"
     "value can be (a number, an address, a text) and a hexadecimal dump of it. The exit code is 1\n"
     "where the message is damaged; what comes before the damage is printed.\n"
     "  --json  prints one JSON object\n";
+constexpr Usage usage = {"mif", usageText};
 
 using Bytes = std::vector<unsigned char>;
 
@@ -212,12 +214,10 @@ int show(const std::string& file, bool asJson) {
 int commandMif(const Words& words) {
     const Arguments arguments(words, {{"--json", nullptr}, {"--help", nullptr}}, 1);
     if (arguments.has("--help")) {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     if (!arguments.error().empty()) {
-        std::fprintf(stderr, "qormon mif: %s\n%s", arguments.error().c_str(), usage);
-        return exitUsage;
+        return usage.refuse(arguments.error());
     }
     return show(arguments.operand(0), arguments.has("--json"));
 }

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "download.h"
 #include "update_facts.h"
+#include "usage.h"
 
 #include <cstdio>
 
@@ -9,7 +10,7 @@ namespace qormon {
 
 namespace {
 
-constexpr char usage[] =
+constexpr char usageText[] =
     "usage: qormon update URL [--language N] [--proxy HOST:PORT] [--download FILE] [--json]\n"
     "\n"
     "Asks the update server at URL for the newest release and prints what it offers.\n"
@@ -17,6 +18,7 @@ constexpr char usage[] =
     "  --proxy HOST:PORT  goes through an HTTP proxy\n"
     "  --download FILE    fetches it into FILE, if the server's is newer\n"
     "  --json             prints one JSON object instead of a table\n";
+constexpr Usage usage = {"update", usageText};
 
 constexpr unsigned int defaultLanguage = 2;
 constexpr unsigned int highestLanguage = 0x7FFFFFFF;
@@ -28,11 +30,6 @@ struct Request {
     bool json = false;
     std::optional<std::string> file; // to download what is offered into
 };
-
-int refuse(const std::string& why) {
-    std::fprintf(stderr, "qormon update: %s\n%s", why.c_str(), usage);
-    return exitUsage;
-}
 
 // Fills the request; the result is an error text, empty where there is none.
 std::string readRequest(const Arguments& arguments, Request& request) {
@@ -105,16 +102,15 @@ int commandUpdate(const Words& words) {
                                {"--help", nullptr}},
                               1);
     if (arguments.has("--help")) {
-        std::fputs(usage, stdout);
-        return exitSuccess;
+        return usage.show();
     }
     if (!arguments.error().empty()) {
-        return refuse(arguments.error());
+        return usage.refuse(arguments.error());
     }
     Request request;
     const std::string error = readRequest(arguments, request);
     if (!error.empty()) {
-        return refuse(error);
+        return usage.refuse(error);
     }
     return answer(request);
 }
