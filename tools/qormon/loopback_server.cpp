@@ -101,9 +101,7 @@ std::string responseOf(const Document& document) {
 } // namespace
 
 LoopbackServer::LoopbackServer() {
-    if (!listenOnFreePort()) {
-        port_ = 0;
-    }
+    listenOnFreePort();
 }
 
 LoopbackServer::~LoopbackServer() {
@@ -130,10 +128,10 @@ std::string LoopbackServer::baseUrl() const {
     return "http://127.0.0.1:" + std::to_string(port_);
 }
 
-bool LoopbackServer::listenOnFreePort() {
+void LoopbackServer::listenOnFreePort() {
     listener_ = socket(AF_INET, SOCK_STREAM, 0);
     if (listener_ < 0) {
-        return false;
+        return;
     }
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -142,12 +140,11 @@ bool LoopbackServer::listenOnFreePort() {
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
     if (bind(listener_, generic, size) != 0 || listen(listener_, 8) != 0 ||
         getsockname(listener_, generic, &size) != 0) {
-        return false;
+        return;
     }
     port_ = ntohs(address.sin_port);
     // A client that has gone before accept must not keep the thread there.
     fcntl(listener_, F_SETFL, O_NONBLOCK);
-    return true;
 }
 
 void LoopbackServer::serve() {

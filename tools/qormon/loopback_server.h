@@ -33,7 +33,7 @@ public:
     std::string baseUrl() const;
 
 private:
-    bool listenOnFreePort();
+    void listenOnFreePort();
     void serve();
     void answer(int connection) const;
     void sendAll(int connection, const std::string& text) const;
@@ -42,7 +42,7 @@ private:
     Documents documents_;
     int listener_ = -1;
     int stopPipe_[2] = {-1, -1};
-    unsigned int port_ = 0;
+    unsigned int port_ = 0; // as long as there is none
     std::thread thread_;
 };
 
