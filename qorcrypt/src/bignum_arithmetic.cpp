@@ -1,8 +1,6 @@
 // Big numbers: comparison, sums, products, shifts.
 #include "qorcrypto_bignum.h"
 
-#include <cstring>
-
 #include "limbs.h"
 
 using namespace qorcrypt;
@@ -102,11 +100,8 @@ bool QorBigNum::ShiftLeft(const QorBigNum& a, std::size_t bits) {
     if (!result.allocate(a.count + whole + 1)) {
         return false;
     }
-    for (std::size_t i = 0; i < a.count; i++) {
-        const DoubleLimb shifted = DoubleLimb{a.limbs[i]} << (bits % limbBits);
-        result.limbs[i + whole] |= lowLimb(shifted);
-        result.limbs[i + whole + 1] = highLimb(shifted);
-    }
+    result.limbs[whole + a.count] =
+        shiftLimbsUp(result.limbs + whole, a.limbs, a.count, bits % limbBits);
     result.negative = a.negative;
     return take(result);
 }
@@ -120,11 +115,7 @@ bool QorBigNum::ShiftRight(const QorBigNum& a, std::size_t bits) {
     if (!result.allocate(a.count - whole)) {
         return false;
     }
-    for (std::size_t i = 0; i < result.count; i++) {
-        const Limb above = i + whole + 1 < a.count ? a.limbs[i + whole + 1] : 0;
-        const DoubleLimb both = DoubleLimb{above} << limbBits | a.limbs[i + whole];
-        result.limbs[i] = lowLimb(both >> (bits % limbBits));
-    }
+    shiftLimbsDown(result.limbs, a.limbs + whole, result.count, bits % limbBits);
     result.negative = a.negative;
     return take(result);
 }

@@ -22,24 +22,6 @@ Limb divideByLimb(Limb* quotient, const Limb* a, std::size_t count, Limb divisor
     return remainder;
 }
 
-// out = a * 2^shift for a shift below limbBits; what is shifted out.
-Limb shiftUp(Limb* out, const Limb* a, std::size_t count, std::size_t shift) {
-    Limb carry = 0;
-    for (std::size_t i = 0; i < count; i++) {
-        const DoubleLimb shifted = DoubleLimb{a[i]} << shift;
-        out[i] = lowLimb(shifted) | carry;
-        carry = highLimb(shifted);
-    }
-    return carry;
-}
-
-void shiftDown(Limb* out, const Limb* a, std::size_t count, std::size_t shift) {
-    for (std::size_t i = 0; i < count; i++) {
-        const Limb above = i + 1 < count ? a[i + 1] : 0;
-        out[i] = lowLimb((DoubleLimb{above} << limbBits | a[i]) >> shift);
-    }
-}
-
 // One digit of the quotient: from the two topmost limbs of the remainder over the topmost of the
 // divisor, made right, or one too large, by the third and the second.
 Limb estimateDigit(const Limb* top, const Limb* divisorTop) {
@@ -110,10 +92,10 @@ bool QorBigNum::Divide(QorBigNum* quotient, QorBigNum* remainder, const QorBigNu
             rest.limbs[0] = divideByLimb(whole.limbs, a.limbs, a.count, b.limbs[0]);
         } else {
             const std::size_t shift = b.count * limbBits - b.BitLength();
-            shiftUp(divisor.data(), b.limbs, b.count, shift);
-            rest.limbs[a.count] = shiftUp(rest.limbs, a.limbs, a.count, shift);
+            shiftLimbsUp(divisor.data(), b.limbs, b.count, shift);
+            rest.limbs[a.count] = shiftLimbsUp(rest.limbs, a.limbs, a.count, shift);
             divideLimbs(whole.limbs, rest.limbs, a.count, divisor.data(), b.count);
-            shiftDown(rest.limbs, rest.limbs, b.count, shift);
+            shiftLimbsDown(rest.limbs, rest.limbs, b.count, shift);
         }
         whole.negative = a.negative != b.negative;
         rest.negative = a.negative;

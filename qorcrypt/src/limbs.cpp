@@ -1,8 +1,8 @@
 #include "limbs.h"
 
-#include <cstdlib>
-
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include "internal/replaceable.h"
 #include "limb_buffer.h"
@@ -36,18 +36,6 @@ Limb subtractPortable(Limb* out, const Limb* a, const Limb* b, std::size_t count
 const LimbKernel& kernel() {
     static const LimbKernel* const fast = fastKernel();
     return fast != nullptr ? *fast : portableKernel;
-}
-
-// value = 2 * value + bit mod modulus, for a value below the modulus.
-void doubleModulo(Limb* value, Limb bit, const Limb* modulus, std::size_t count, Limb* work) {
-    Limb carry = bit;
-    for (std::size_t i = 0; i < count; i++) {
-        const Limb out = value[i] >> (limbBits - 1);
-        value[i] = (value[i] << 1) | carry;
-        carry = out;
-    }
-    const Limb borrow = subtractLimbs(work, value, modulus, count);
-    selectLimbs(value, value, work, maskFromBit(borrow & ~carry & 1), count);
 }
 
 } // namespace
@@ -84,6 +72,23 @@ Limb addCarry(Limb* out, const Limb* a, std::size_t count, Limb carry) {
 
 Limb subtractLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count) {
     return kernel().subtract(out, a, b, count);
+}
+
+Limb shiftLimbsUp(Limb* out, const Limb* a, std::size_t count, std::size_t shift) {
+    Limb carry = 0;
+    for (std::size_t i = 0; i < count; i++) {
+        const DoubleLimb shifted = DoubleLimb{a[i]} << shift;
+        out[i] = lowLimb(shifted) | carry;
+        carry = highLimb(shifted);
+    }
+    return carry;
+}
+
+void shiftLimbsDown(Limb* out, const Limb* a, std::size_t count, std::size_t shift) {
+    for (std::size_t i = 0; i < count; i++) {
+        const Limb above = i + 1 < count ? a[i + 1] : 0;
+        out[i] = lowLimb((DoubleLimb{above} << limbBits | a[i]) >> shift);
+    }
 }
 
 Limb lessLimbs(const Limb* a, const Limb* b, std::size_t count) {
@@ -143,6 +148,17 @@ void montgomeryReduce(Limb* out, Limb* wide, const Limb* modulus, Limb negativeI
     // than the carry.
     const Limb borrow = subtractLimbs(out, wide + count, modulus, count);
     selectLimbs(out, wide + count, out, maskFromBit(borrow & ~carry & 1), count);
+}
+
+void doubleModulo(Limb* value, Limb bit, const Limb* modulus, std::size_t count, Limb* work) {
+    Limb carry = bit;
+    for (std::size_t i = 0; i < count; i++) {
+        const Limb out = value[i] >> (limbBits - 1);
+        value[i] = (value[i] << 1) | carry;
+        carry = out;
+    }
+    const Limb borrow = subtractLimbs(work, value, modulus, count);
+    selectLimbs(value, value, work, maskFromBit(borrow & ~carry & 1), count);
 }
 
 void remainderLimbs(Limb* out, const Limb* a, std::size_t aCount, const Limb* modulus,

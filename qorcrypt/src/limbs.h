@@ -42,6 +42,10 @@ Limb addLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count);
 Limb addCarry(Limb* out, const Limb* a, std::size_t count, Limb carry);
 // out = a - b; the borrow.
 Limb subtractLimbs(Limb* out, const Limb* a, const Limb* b, std::size_t count);
+// out = a * 2^shift for a shift below limbBits; what is shifted out.
+Limb shiftLimbsUp(Limb* out, const Limb* a, std::size_t count, std::size_t shift);
+// out = a / 2^shift for such a shift, cut to the whole number.
+void shiftLimbsDown(Limb* out, const Limb* a, std::size_t count, std::size_t shift);
 // 1 where a < b.
 Limb lessLimbs(const Limb* a, const Limb* b, std::size_t count);
 // out = mask is all ones ? a : b.
@@ -61,6 +65,8 @@ void squareLimbs(Limb* out, const Limb* a, std::size_t count);
 // 2^(limbBits * count) and is used up. negativeInverse is -1 / modulus[0] in one limb.
 void montgomeryReduce(Limb* out, Limb* wide, const Limb* modulus, Limb negativeInverse,
                       std::size_t count);
+// value = 2 * value + bit mod modulus, for a value below the modulus; work has count limbs.
+void doubleModulo(Limb* value, Limb bit, const Limb* modulus, std::size_t count, Limb* work);
 // out[0 .. count) = a mod modulus, bit by bit; work has 2 * count limbs, the modulus is not 0.
 void remainderLimbs(Limb* out, const Limb* a, std::size_t aCount, const Limb* modulus,
                     std::size_t count, Limb* work);

@@ -13,12 +13,6 @@ Limb negativeInverseOf(Limb odd) {
     return Limb{0} - inverse;
 }
 
-void doubleModulo(Limb* value, const Limb* modulus, std::size_t count, Limb* work) {
-    const Limb carry = addLimbs(value, value, value, count);
-    const Limb borrow = subtractLimbs(work, value, modulus, count);
-    selectLimbs(value, value, work, maskFromBit(borrow & ~carry & 1), count);
-}
-
 // The window of the exponent that begins at a bit; bits beyond its end are 0.
 Limb windowAt(const Limb* exponent, std::size_t count, std::size_t bit, std::size_t width) {
     const std::size_t index = bit / limbBits;
@@ -46,7 +40,7 @@ bool Montgomery::set(const Limb* modulus, std::size_t count) {
     const std::size_t topBit = bitLength(modulus, count) - 1;
     value[topBit / limbBits] = Limb{1} << (topBit % limbBits);
     for (std::size_t i = topBit; i < count * limbBits + count; i++) {
-        doubleModulo(value, modulus, count, work.data());
+        doubleModulo(value, 0, modulus, count, work.data());
     }
     for (std::size_t factor = 1; factor < limbBits; factor *= 2) {
         square(value, value, work.data());
