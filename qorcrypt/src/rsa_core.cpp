@@ -82,11 +82,16 @@ void RsaCore::raise(Limb* out, const Limb* base, Exponent which, Limb* work) con
         raiseByPrimes(out, base, which, work);
         return;
     }
-    const std::size_t count = field.count();
-    std::memcpy(work, d.data(), count * limbBytes);
-    // d is odd, since e * d is 1 modulo an even number.
-    work[0] &= ~static_cast<Limb>(which == Exponent::dMinusOne ? 1 : 0);
-    privatePower(field, out, base, work, work + count);
+    Limb* exponent = work;
+    Limb* rest = exponent + field.count();
+    takeExponent(exponent, d, which);
+    privatePower(field, out, base, exponent, rest);
+}
+
+// Such an exponent is odd, since its product with e is 1 modulo an even number.
+void RsaCore::takeExponent(Limb* out, const LimbBuffer& exponent, Exponent which) {
+    std::memcpy(out, exponent.data(), exponent.size() * limbBytes);
+    out[0] &= ~static_cast<Limb>(which == Exponent::dMinusOne ? 1 : 0);
 }
 
 void RsaCore::raiseByPrimes(Limb* out, const Limb* base, Exponent which, Limb* work) const {
@@ -108,8 +113,7 @@ void RsaCore::raiseModulo(const Prime& prime, Limb* out, const Limb* base, Expon
     std::memset(wide, 0, 2 * count * limbBytes);
     std::memcpy(wide, base, field.count() * limbBytes);
     prime.field.reduceWide(out, wide, rest);
-    std::memcpy(exponent, prime.exponent.data(), count * limbBytes);
-    exponent[0] &= ~static_cast<Limb>(which == Exponent::dMinusOne ? 1 : 0);
+    takeExponent(exponent, prime.exponent, which);
     privatePower(prime.field, out, out, exponent, rest);
 }
 

@@ -58,6 +58,7 @@ private:
     enum class Exponent { d, dMinusOne };
     std::size_t privateWorkSize() const;
     void raise(Limb* out, const Limb* base, Exponent which, Limb* work) const;
+    static void takeExponent(Limb* out, const LimbBuffer& exponent, Exponent which);
     void raiseByPrimes(Limb* out, const Limb* base, Exponent which, Limb* work) const;
     void raiseModulo(const Prime& prime, Limb* out, const Limb* base, Exponent which,
                      Limb* work) const;
