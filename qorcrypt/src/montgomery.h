@@ -12,7 +12,7 @@ namespace qorcrypt {
 class Montgomery {
 public:
     // The modulus is odd and above 1. False where memory is short.
-    bool set(const Limb* modulus, std::size_t limbCount);
+    bool set(const Limb* modulus, std::size_t count);
     bool copyFrom(const Montgomery& other);
 
     std::size_t count() const {

@@ -18,7 +18,7 @@ void privatePower(const Montgomery& field, Limb* out, const Limb* base, const Li
 class RsaCore {
 public:
     // Once each, on a new object.
-    QorRsaResult setPublic(const QorRsaNumber& n, const QorRsaNumber& e);
+    QorRsaResult setPublic(const QorRsaNumber& n, const QorRsaNumber& exponent);
     QorRsaResult setPrivate(const QorRsaPrivateNumbers& numbers);
     QorRsaResult copyFrom(const RsaCore& other);
 
@@ -46,7 +46,7 @@ private:
 
     // Loading.
     QorRsaResult setPrimes(const QorRsaPrivateNumbers& numbers);
-    QorRsaResult setPrime(Prime& prime, const QorRsaNumber& p, const QorRsaNumber& exponent,
+    QorRsaResult setPrime(Prime& prime, const QorRsaNumber& number, const QorRsaNumber& exponent,
                           std::size_t count) const;
     bool exponentFits(const Prime& prime, Limb* work) const;
     bool inverseFits(Limb* work) const;
