@@ -100,8 +100,8 @@ bool hasStatus(const ResponseStart& start, const char* status) {
 
 void copyFirstLine(const ResponseStart& start, char* line, unsigned int size) {
     const auto* const text = reinterpret_cast<const char*>(start.bytes);
-    const char* const end = std::find_if(text, text + start.held,
-                                         [](char c) { return memchr("\r\n", c, 3) != nullptr; });
+    const char* const end = std::find_if(
+        text, text + start.held, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
     strncpy_qor(line, size, text, static_cast<std::size_t>(end - text));
     std::replace(line, line + strlen(line), '%', ' ');
 }
