@@ -63,8 +63,7 @@ bool followRedirect(HttpClient& http, Url& url) {
     if (http.GetHeaderParam("Location: ", location, sizeof location) == 0) {
         return false;
     }
-    // The first server is let go before its answer is taken apart, as it was promised; that
-    // HttpClient::connect would do it again is no reason to hold it until then.
+    // Not left to HttpClient::connect: the first server is let go before the place is read.
     http.tcp->Disconnect();
     return url.parse(location) && url.connect(http) && url.get(http);
 }
