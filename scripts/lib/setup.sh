@@ -13,7 +13,7 @@ fail() {
 
 # The library's version, as 3.0.0.
 library_version() {
-    sed -n 's/^#define QORMON3_VERSION_[A-Z]* //p' "$top/include/qorapi.h" | paste -sd .
+    sed -n 's/^#define QORMON3_VERSION_[A-Z]* //p' "$top/include/qorapi.h" | paste -sd . -
 }
 
 # The packages of a purpose, by the system's package manager.
@@ -71,7 +71,7 @@ install_debian_packages() {
 
 # need_packages PURPOSE...: installs what is missing for the purposes, or names it and stops.
 need_packages() {
-    local kind purpose
+    local kind purpose package wanted=() missing=()
     if command -v dpkg-query >/dev/null; then
         kind=debian
     elif command -v brew >/dev/null; then
@@ -79,12 +79,14 @@ need_packages() {
     else
         fail "neither Debian's packages nor Homebrew here; see scripts/lib/setup.sh for what is needed"
     fi
-    local wanted=() missing=()
     for purpose in "$@"; do
-        read -r -a packages <<<"$("${kind}_packages" "$purpose" | tr '\n' ' ')"
-        wanted+=("${packages[@]}")
+        # shellcheck disable=SC2207 # names of packages have no blanks
+        wanted+=($("${kind}_packages" "$purpose"))
     done
-    mapfile -t missing < <(missing_packages "$kind" "${wanted[@]}")
+    # Not by mapfile, which the bash of macOS lacks.
+    while IFS= read -r package; do
+        missing+=("$package")
+    done < <(missing_packages "$kind" "${wanted[@]}")
     [ ${#missing[@]} -eq 0 ] && return
     if [ "$kind" = homebrew ]; then
         say "installing ${missing[*]}"
