@@ -1,5 +1,6 @@
 #include "arguments.h"
 #include "commands.h"
+#include "rows.h"
 #include "text.h"
 #include "usage.h"
 
@@ -26,10 +27,6 @@ constexpr std::size_t addressTextBytes = 64;
 
 int refuse(const std::string& why) {
     return usage.refuse(printable(why));
-}
-
-void printRow(const char* label, const std::string& value) {
-    std::printf("%-14s  %s\n", label, value.c_str());
 }
 
 std::string textOf(QorIpAddr addr) {

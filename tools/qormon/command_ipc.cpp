@@ -1,7 +1,7 @@
 #include "arguments.h"
 #include "commands.h"
 #include "control_block.h"
-#include "text.h"
+#include "rows.h"
 #include "usage.h"
 
 #include <sys/ipc.h>
@@ -78,18 +78,14 @@ std::string numberOrDash(int number) {
     return number == -1 ? "-" : std::to_string(number);
 }
 
-void printRow(const char* label, unsigned long value) {
-    std::printf("%-14s  %lu\n", label, value);
-}
-
 void printTable(const ControlBlock& block, const std::vector<SlotView>& slots) {
-    printRow("segment", static_cast<unsigned long>(block.segment()));
-    printRow("attached", block.others());
-    printRow("users", block.load(&QorOsShmCtl::ShmUsers));
-    std::printf("%-14s  0x%08X\n", "log mask", block.load(&QorOsShmCtl::Log));
-    printRow("handles", block.load(&QorOsShmCtl::GlobSemCnt));
-    printRow("named handles", block.load(&QorOsShmCtl::NamedSemCnt));
-    printRow("slots so far", block.load(&QorOsShmCtl::MaxNamedIdx));
+    printRow("segment", std::to_string(block.segment()));
+    printRow("attached", std::to_string(block.others()));
+    printRow("users", std::to_string(block.load(&QorOsShmCtl::ShmUsers)));
+    printHexadecimalRow("log mask", block.load(&QorOsShmCtl::Log));
+    printRow("handles", std::to_string(block.load(&QorOsShmCtl::GlobSemCnt)));
+    printRow("named handles", std::to_string(block.load(&QorOsShmCtl::NamedSemCnt)));
+    printRow("slots so far", std::to_string(block.load(&QorOsShmCtl::MaxNamedIdx)));
     if (!slots.empty()) {
         std::printf("\nslot   semaphore     handles  value  waiting  last pid  state\n");
     }

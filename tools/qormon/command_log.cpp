@@ -1,6 +1,7 @@
 #include "arguments.h"
 #include "commands.h"
 #include "control_block.h"
+#include "rows.h"
 #include "text.h"
 #include "usage.h"
 
@@ -62,8 +63,8 @@ void show(uint32_t mask, bool json) {
         std::printf("{\"mask\": %u, \"levels\": [%s]}\n", mask, namesIn(mask, "\"", ", ").c_str());
         return;
     }
-    std::printf("%-14s  0x%08X\n", "log mask", mask);
-    std::printf("%-14s  %s\n", "levels", mask == 0 ? "none" : namesIn(mask, "", " ").c_str());
+    printHexadecimalRow("log mask", mask);
+    printRow("levels", mask == 0 ? "none" : namesIn(mask, "", " "));
 }
 
 int showMask(const Words& words) {

@@ -6,6 +6,7 @@
 
 #include "mif32.h"
 #include "qorupdate.h"
+#include "rows.h"
 #include "text.h"
 
 namespace qormon {
@@ -76,7 +77,7 @@ const UpdateFact* findFact(const std::vector<UpdateFact>& facts, const char* key
 
 void printTable(const std::vector<UpdateFact>& facts) {
     for (const UpdateFact& fact : facts) {
-        std::printf("%-14s  %s\n", fact.label, printable(fact.value).c_str());
+        printRow(fact.label, printable(fact.value));
     }
 }
 
