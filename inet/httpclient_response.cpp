@@ -12,8 +12,8 @@
 namespace {
 
 // Sizes in bytes.
-constexpr unsigned int headerGrowth = 10012;
 constexpr unsigned int headerReadSize = 10000;
+constexpr unsigned int headerGrowth = headerReadSize + 12; // with room for a terminator
 constexpr unsigned int bodyReadSize = 5000;
 constexpr unsigned int bodySlack = 10;
 constexpr unsigned int responseLimit = 1000000;
