@@ -16,14 +16,14 @@ int openStreamSocket(int family);
 // connect(2). Replaceable.
 int connectSocket(int sock, const sockaddr* address, socklen_t length);
 
-// send(2) that raises no SIGPIPE on a socket which has gone through refuseSigPipe. Replaceable.
-ssize_t sendBytes(int sock, const void* data, std::size_t size);
-
 // recv(2). Replaceable.
 ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags);
 
 // setsockopt(2); true on success.
 bool setOption(int sock, int level, int option, const void* value, socklen_t size);
+
+// send(2) that raises no SIGPIPE on a socket which has gone through refuseSigPipe. Replaceable.
+ssize_t sendBytes(int sock, const void* data, std::size_t size);
 
 // Where SIGPIPE is a matter of the socket: switches it off; elsewhere sendBytes does it.
 bool refuseSigPipe(int sock);
