@@ -3,7 +3,6 @@
 
 #include <sys/socket.h>
 
-#include <cstring>
 #include <new>
 
 #include "httpget.h"
