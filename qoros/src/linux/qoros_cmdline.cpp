@@ -118,11 +118,10 @@ private:
 } // namespace
 
 void CommandLineDeleter::operator()(char** ppszVector) const {
-    const ErrnoKeeper keeper;
     for (char** ppsz = ppszVector; *ppsz != nullptr; ++ppsz) {
-        free(*ppsz);
+        vFree(*ppsz);
     }
-    free(ppszVector);
+    vFree(ppszVector);
 }
 
 CommandLine parseProcessCommandline(const char* cpszLine) {

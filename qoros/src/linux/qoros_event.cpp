@@ -1,7 +1,6 @@
 #include <pthread.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "qoros_internal.h"
 #include "qoros_namedsem.h"
@@ -183,7 +182,6 @@ uint32_t QorOsEventClose(QorOsEvent* event) {
     }
     const bool closed = event->type == QOR_EVENT_NAMED ? QorOsClose(event->semId, cEventKind)
                                                        : fDestroyEvent(event);
-    const ErrnoKeeper keeper;
-    free(event);
+    vFree(event);
     return closed ? 1 : 0;
 }

@@ -117,8 +117,7 @@ bool fCopyBytes(int fdSource, int fdDest, size_t dBlock) {
     do {
         dBytes = dRead(fdSource, cpBuffer, dBlock);
     } while (dBytes > 0 && fWriteAll(fdDest, cpBuffer, static_cast<size_t>(dBytes)));
-    const ErrnoKeeper keeper;
-    free(cpBuffer);
+    vFree(cpBuffer);
     return dBytes == 0;
 }
 

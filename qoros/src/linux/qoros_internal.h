@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <ctime>
 
 #include <atomic>
@@ -51,6 +52,12 @@ public:
 private:
     int dError;
 };
+
+// Frees memory and leaves errno alone, which free may change on some systems.
+inline void vFree(void* pv) {
+    const ErrnoKeeper keeper;
+    free(pv);
+}
 
 // Writes a message of the OS layer's own. Its arguments are evaluated only when the level passes,
 // so that a line that is switched off costs no more than the test. It leaves errno alone.

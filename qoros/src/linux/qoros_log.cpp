@@ -156,8 +156,7 @@ QorOsLogRec* QorOspLogNew() {
     log->mask = &log->privateMask;
     QorOsMmfCreate(&log->shm, sizeof(QorOsShmCtl), nullptr, QOR_SHM_KEY, 0);
     if (log->shm.address == nullptr) {
-        const ErrnoKeeper keeper;
-        free(log);
+        vFree(log);
         return nullptr;
     }
     log->mask = &pstAttached(log)->Log;

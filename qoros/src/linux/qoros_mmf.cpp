@@ -100,10 +100,7 @@ bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
         errno = ENOSPC; // the cause when only a part is written
         written = write(pstMmf->fd, pvZeros, dMissing);
     } while (written == -1 && errno == EINTR);
-    {
-        const ErrnoKeeper keeper;
-        free(pvZeros);
-    }
+    vFree(pvZeros);
     if (written != static_cast<ssize_t>(dMissing)) {
         return fWriteFailed(pstMmf, dMissing, cpszName);
     }

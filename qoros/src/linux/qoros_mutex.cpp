@@ -139,7 +139,6 @@ uint32_t QorOsMutexClose(QorOsMutex* mutex) {
         QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsMutexClose(%p): rc=%d (pid=%u tid=%ld)",
                   static_cast<void*>(pMtx), error, dProcessId(), dThreadId());
     }
-    const ErrnoKeeper keeper;
-    free(pMtx);
+    vFree(pMtx);
     return closed ? 1 : 0;
 }

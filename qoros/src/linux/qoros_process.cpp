@@ -24,8 +24,7 @@ constexpr char cpszShell[] = "/bin/sh";
 
 struct HeapDeleter {
     void operator()(void* pv) const {
-        const ErrnoKeeper keeper;
-        free(pv);
+        vFree(pv);
     }
 };
 using HeapText = std::unique_ptr<char, HeapDeleter>;
@@ -154,7 +153,7 @@ uint32_t dStartWatched(const char* cpszLine, QorOsProcess** ppstOut) {
         program.vBecome();
     }
     if (dPid < 0) {
-        HeapDeleter()(pst); // kept: the output still points there
+        vFree(pst); // kept: the output still points there
         return 0;
     }
     pst->pid = static_cast<uint32_t>(dPid);

@@ -46,8 +46,7 @@ Record* pstAllocate(const char* cpszFunction, Record** ppstOut) {
 template <class Record>
 uint32_t dHandOut(Record** ppstOut, Record* pstMade, bool fUsable) {
     if (!fUsable) {
-        const ErrnoKeeper keeper;
-        free(pstMade);
+        vFree(pstMade);
         return 0;
     }
     *ppstOut = pstMade;
