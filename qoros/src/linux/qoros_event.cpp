@@ -116,23 +116,19 @@ bool fDestroyEvent(QorOsEvent* pstEvent) {
 } // namespace
 
 uint32_t QorOsEventCreate(QorOsEvent** event, uint32_t key) {
-    QorOsEvent* const made = event == nullptr ? nullptr : pstAllocate("QorOsEventCreate", event);
-    if (made == nullptr) {
-        return 0;
+    if (key == 0) {
+        return dMakeRecord("QorOsEventCreate", event, QOR_EVENT_LOCAL,
+                           [event](QorOsEvent* made) { return fInitEvent(made, event); });
     }
-    made->type = key == 0 ? QOR_EVENT_LOCAL : QOR_EVENT_NAMED;
-    const bool usable = key == 0 ? fInitEvent(made, event)
-                                 : QorOsCreate(&made->semId, key, dNotSignalled, cEventKind);
-    return dHandOut(event, made, usable);
+    return dMakeRecord("QorOsEventCreate", event, QOR_EVENT_NAMED, [key](QorOsEvent* made) {
+        return QorOsCreate(&made->semId, key, dNotSignalled, cEventKind);
+    });
 }
 
 uint32_t QorOsEventOpen(QorOsEvent** event, uint32_t key) {
-    QorOsEvent* const made = event == nullptr ? nullptr : pstAllocate("QorOsEventOpen", event);
-    if (made == nullptr) {
-        return 0;
-    }
-    made->type = QOR_EVENT_NAMED;
-    return dHandOut(event, made, QorOsOpen(&made->semId, key, cEventKind));
+    return dMakeRecord("QorOsEventOpen", event, QOR_EVENT_NAMED, [key](QorOsEvent* made) {
+        return QorOsOpen(&made->semId, key, cEventKind);
+    });
 }
 
 uint32_t QorOsEventSet(QorOsEvent* event) {

@@ -74,23 +74,20 @@ inline uint32_t dDone(const char* cpszFunction, const QorOsMutex* pstMutex, int 
 } // namespace
 
 uint32_t QorOsMutexCreate(QorOsMutex** mutex, uint32_t key) {
-    QorOsMutex* const made = mutex == nullptr ? nullptr : pstAllocate("QorOsMutexCreate", mutex);
-    if (made == nullptr) {
-        return 0;
+    if (key == 0) {
+        return dMakeRecord("QorOsMutexCreate", mutex, QOR_MUTEX_PTHREAD, [mutex](QorOsMutex* made) {
+            return fInitRecursive(&made->mutex, mutex);
+        });
     }
-    made->type = key == 0 ? QOR_MUTEX_PTHREAD : QOR_MUTEX_SYSV;
-    const bool usable = key == 0 ? fInitRecursive(&made->mutex, mutex)
-                                 : QorOsCreate(&made->semId, key, dFree, cMutexKind);
-    return dHandOut(mutex, made, usable);
+    return dMakeRecord("QorOsMutexCreate", mutex, QOR_MUTEX_SYSV, [key](QorOsMutex* made) {
+        return QorOsCreate(&made->semId, key, dFree, cMutexKind);
+    });
 }
 
 uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key) {
-    QorOsMutex* const made = mutex == nullptr ? nullptr : pstAllocate("QorOsMutexOpen", mutex);
-    if (made == nullptr) {
-        return 0;
-    }
-    made->type = QOR_MUTEX_SYSV;
-    return dHandOut(mutex, made, QorOsOpen(&made->semId, key, cMutexKind));
+    return dMakeRecord("QorOsMutexOpen", mutex, QOR_MUTEX_SYSV, [key](QorOsMutex* made) {
+        return QorOsOpen(&made->semId, key, cMutexKind);
+    });
 }
 
 uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {

@@ -30,22 +30,22 @@ inline bool fSucceeded(int error) {
     return error == 0;
 }
 
-template <class Record>
-Record* pstAllocate(const char* cpszFunction, Record** ppstOut) {
+// Makes a record of the type, and hands it out where `begin` makes an object of it.
+template <class Record, class Begin>
+uint32_t dMakeRecord(const char* cpszFunction, Record** ppstOut, uint32_t dType, Begin begin) {
+    if (ppstOut == nullptr) {
+        return 0;
+    }
     *ppstOut = nullptr;
-    void* const pvMemory = malloc(sizeof(Record));
-    if (pvMemory == nullptr) {
+    auto* const pstMade = static_cast<Record*>(malloc(sizeof(Record)));
+    if (pstMade == nullptr) {
         const int error = errno;
         QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p): malloc failed (errno=%d=%s)", cpszFunction,
                   static_cast<void*>(ppstOut), error, ErrorText(error).cpsz());
+        return 0;
     }
-    return static_cast<Record*>(pvMemory);
-}
-
-// Hands a record out, or frees it when it did not become usable.
-template <class Record>
-uint32_t dHandOut(Record** ppstOut, Record* pstMade, bool fUsable) {
-    if (!fUsable) {
+    pstMade->type = dType;
+    if (!begin(pstMade)) {
         vFree(pstMade);
         return 0;
     }
