@@ -17,12 +17,12 @@ constexpr uint32_t dSignalled = 1;
 bool fInitEvent(QorOsEvent* pstEvent, const void* pvOut) {
     int error = pthread_mutex_init(&pstEvent->local.mutex, nullptr);
     if (error != 0) {
-        return fFailed("QorOsEventCreate", pvOut, "pthread_mutex_init", error);
+        return fReportFailure("QorOsEventCreate", pvOut, "pthread_mutex_init", error);
     }
     error = pthread_cond_init(&pstEvent->local.cond, nullptr);
     if (error != 0) {
         pthread_mutex_destroy(&pstEvent->local.mutex);
-        return fFailed("QorOsEventCreate", pvOut, "pthread_cond_init", error);
+        return fReportFailure("QorOsEventCreate", pvOut, "pthread_cond_init", error);
     }
     pstEvent->local.signalled = 0;
     QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsEventCreate(%p): (pid=%u tid=%ld)", pvOut, dProcessId(),
@@ -133,7 +133,7 @@ uint32_t QorOsEventOpen(QorOsEvent** event, uint32_t key) {
 
 uint32_t QorOsEventSet(QorOsEvent* event) {
     if (event == nullptr) {
-        return dIsNull("QorOsEventSet", "aEvent");
+        return dRefuseNull("QorOsEventSet", "aEvent");
     }
     if (event->type == QOR_EVENT_NAMED) {
         vSetNamed(event);
@@ -144,7 +144,7 @@ uint32_t QorOsEventSet(QorOsEvent* event) {
 
 uint32_t QorOsEventReset(QorOsEvent* event) {
     if (event == nullptr) {
-        return dIsNull("QorOsEventReset", "aEvent");
+        return dRefuseNull("QorOsEventReset", "aEvent");
     }
     if (event->type == QOR_EVENT_NAMED) {
         // Kept: it lets one more wait pass instead of none.
@@ -156,7 +156,7 @@ uint32_t QorOsEventReset(QorOsEvent* event) {
 uint32_t QorOsEventWait(QorOsEvent* event, uint32_t timeout, uint32_t* result) {
     vSetResult(result, QOR_WAIT_ERROR);
     if (event == nullptr) {
-        return dIsNull("QorOsEventWait", "aEvent");
+        return dRefuseNull("QorOsEventWait", "aEvent");
     }
     if (event->type == QOR_EVENT_NAMED) {
         return QorOsWait(event->semId, timeout, cEventKind, result) ? 1 : 0;
@@ -171,7 +171,7 @@ uint32_t QorOsEventWait(QorOsEvent* event, uint32_t timeout, uint32_t* result) {
 
 uint32_t QorOsEventClose(QorOsEvent* event) {
     if (event == nullptr) {
-        return dIsNull("QorOsEventClose", "aEvent");
+        return dRefuseNull("QorOsEventClose", "aEvent");
     }
     if (event->type != QOR_EVENT_LOCAL && event->type != QOR_EVENT_NAMED) {
         return 0;

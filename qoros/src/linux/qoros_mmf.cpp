@@ -73,7 +73,7 @@ bool fReadFileSize(QorOsMmf* pstMmf, const char* cpszName) {
 }
 
 // Saves errno as the cause. Always false.
-bool fWriteFailed(QorOsMmf* pstMmf, uint32_t dBytes, const char* cpszName) {
+bool fReportWriteFailure(QorOsMmf* pstMmf, uint32_t dBytes, const char* cpszName) {
     const int error = dSaveError(pstMmf);
     QOROS_LOG(QOR_LOG_FATAL,
               "FATAL QorOsMmfCreate: write (%u bytes) to created file %s failed (%d=%s)", dBytes,
@@ -86,7 +86,7 @@ bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
     const uint32_t dMissing = dSize - pstMmf->size;
     if (dMissing > dMaxWrite) {
         errno = EFBIG;
-        return fWriteFailed(pstMmf, dMissing, cpszName);
+        return fReportWriteFailure(pstMmf, dMissing, cpszName);
     }
     void* const pvZeros = calloc(dMissing, 1);
     if (pvZeros == nullptr) {
@@ -102,7 +102,7 @@ bool fGrowFile(QorOsMmf* pstMmf, uint32_t dSize, const char* cpszName) {
     } while (written == -1 && errno == EINTR);
     vFree(pvZeros);
     if (written != static_cast<ssize_t>(dMissing)) {
-        return fWriteFailed(pstMmf, dMissing, cpszName);
+        return fReportWriteFailure(pstMmf, dMissing, cpszName);
     }
     pstMmf->size = dSize;
     return true;

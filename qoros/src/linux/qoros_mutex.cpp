@@ -22,7 +22,7 @@ bool fInitRecursive(pthread_mutex_t* pstMutex, const void* pvOut) {
     pthread_mutexattr_t attributes;
     int error = pthread_mutexattr_init(&attributes);
     if (error != 0) {
-        return fFailed("QorOsMutexCreate", pvOut, "pthread_mutexattr_init", error);
+        return fReportFailure("QorOsMutexCreate", pvOut, "pthread_mutexattr_init", error);
     }
     const char* cpszStep = "pthread_mutexattr_settype";
     error = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
@@ -32,7 +32,7 @@ bool fInitRecursive(pthread_mutex_t* pstMutex, const void* pvOut) {
     }
     pthread_mutexattr_destroy(&attributes);
     if (error != 0) {
-        return fFailed("QorOsMutexCreate", pvOut, cpszStep, error);
+        return fReportFailure("QorOsMutexCreate", pvOut, cpszStep, error);
     }
     QOROS_LOG(QOR_LOG_TRACE, "TRACE QorOsMutexCreate(%p): (pid=%u tid=%ld)", pvOut, dProcessId(),
               dThreadId());
@@ -94,7 +94,7 @@ uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
     vSetResult(result, QOR_WAIT_ERROR);
     QorOsMutex* const pMtx = mutex;
     if (pMtx == nullptr) {
-        return dIsNull("QorOsMutexWait", "aMutex");
+        return dRefuseNull("QorOsMutexWait", "aMutex");
     }
     QOR_ASSERT(cpszModule, pMtx->type == QOR_MUTEX_PTHREAD || pMtx->type == QOR_MUTEX_SYSV);
     if (pMtx->type == QOR_MUTEX_SYSV) {
@@ -110,7 +110,7 @@ uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
 
 uint32_t QorOsMutexRelease(QorOsMutex* mutex) {
     if (mutex == nullptr) {
-        return dIsNull("QorOsMutexRelease", "aMutex");
+        return dRefuseNull("QorOsMutexRelease", "aMutex");
     }
     if (mutex->type == QOR_MUTEX_SYSV) {
         return QorOsRelease(mutex->semId, cMutexKind) ? 1 : 0;
@@ -124,7 +124,7 @@ uint32_t QorOsMutexRelease(QorOsMutex* mutex) {
 uint32_t QorOsMutexClose(QorOsMutex* mutex) {
     QorOsMutex* const pMtx = mutex;
     if (pMtx == nullptr) {
-        return dIsNull("QorOsMutexClose", "aMutex");
+        return dRefuseNull("QorOsMutexClose", "aMutex");
     }
     QOR_ASSERT(cpszModule, pMtx->type == QOR_MUTEX_PTHREAD || pMtx->type == QOR_MUTEX_SYSV);
     bool closed = true; // kept: a local one is, whatever the system says

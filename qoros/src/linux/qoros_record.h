@@ -6,17 +6,17 @@
 #include "qoros_internal.h"
 
 // Tells of a function of POSIX threads that failed and leaves the cause in errno. Always false.
-inline bool fFailed(const char* cpszFunction, const void* pvArgument, const char* cpszStep,
-                    int error) {
+inline bool fReportFailure(const char* cpszFunction, const void* pvArgument, const char* cpszStep,
+                           int error) {
     QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p): %s failed (rc=%d=%s)", cpszFunction, pvArgument,
               cpszStep, error, ErrorText(error).cpsz());
     errno = error;
     return false;
 }
 
-// Always 0.
-__attribute__((noinline)) inline uint32_t dIsNull(const char* cpszFunction,
-                                                  const char* cpszParameter) {
+// Tells of a null argument, apart from its callers, which stay short. Always 0.
+__attribute__((noinline)) inline uint32_t dRefuseNull(const char* cpszFunction,
+                                                      const char* cpszParameter) {
     QOROS_LOG(QOR_LOG_ERROR, "ERROR %s(%p) %s is NULL (pid=%u tid=%ld)", cpszFunction,
               static_cast<const void*>(nullptr), cpszParameter, dProcessId(), dThreadId());
     return 0;
@@ -59,11 +59,11 @@ int dDestroy(int (*pDestroy)(Object*), Object* pstObject, const char* cpszFuncti
              const void* pvArgument, const char* cpszStep) {
     int error = pDestroy(pstObject);
     while (error == EBUSY) {
-        fFailed(cpszFunction, pvArgument, cpszStep, error);
+        fReportFailure(cpszFunction, pvArgument, cpszStep, error);
         error = pDestroy(pstObject);
     }
     if (error != 0) {
-        fFailed(cpszFunction, pvArgument, cpszStep, error);
+        fReportFailure(cpszFunction, pvArgument, cpszStep, error);
     }
     return error;
 }
