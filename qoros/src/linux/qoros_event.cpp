@@ -154,7 +154,7 @@ uint32_t QorOsEventReset(QorOsEvent* event) {
 }
 
 uint32_t QorOsEventWait(QorOsEvent* event, uint32_t timeout, uint32_t* result) {
-    vSetResult(result, QOR_WAIT_ERROR);
+    vSetOutput(result, QOR_WAIT_ERROR);
     if (event == nullptr) {
         return dRefuseNull("QorOsEventWait", "aEvent");
     }
@@ -165,7 +165,7 @@ uint32_t QorOsEventWait(QorOsEvent* event, uint32_t timeout, uint32_t* result) {
         return 0;
     }
     const uint32_t outcome = dWaitLocal(event, timeout);
-    vSetResult(result, outcome);
+    vSetOutput(result, outcome);
     return outcome == QOR_WAIT_DONE ? 1 : 0;
 }
 

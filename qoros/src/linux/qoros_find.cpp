@@ -111,12 +111,6 @@ const dirent* pstNextMatch(const QorOsFind* pstFind) {
     return pstEntry;
 }
 
-void vSet(uint32_t* pdOut, uint32_t dValue) {
-    if (pdOut != nullptr) {
-        *pdOut = dValue;
-    }
-}
-
 } // namespace
 
 uint32_t QorOsFindFirst(QorOsFind* find, const char* pattern, char* name, uint32_t* type,
@@ -153,9 +147,9 @@ uint32_t QorOsFindNext(QorOsFind* find, char* name, uint32_t* type, uint32_t* ti
     if (fstatat(dirfd(find->dir), entry->d_name, &status, 0) != 0) {
         return 0;
     }
-    vSet(type, S_ISDIR(status.st_mode) ? QOR_ENTRY_DIRECTORY : QOR_ENTRY_OTHER);
-    vSet(time, static_cast<uint32_t>(status.st_mtime));
-    vSet(size, static_cast<uint32_t>(status.st_size));
+    vSetOutput(type, S_ISDIR(status.st_mode) ? QOR_ENTRY_DIRECTORY : QOR_ENTRY_OTHER);
+    vSetOutput(time, static_cast<uint32_t>(status.st_mtime));
+    vSetOutput(size, static_cast<uint32_t>(status.st_size));
     return 1;
 }
 

@@ -59,6 +59,13 @@ inline void vFree(void* pv) {
     free(pv);
 }
 
+// Fills an output that the caller may not want.
+inline void vSetOutput(uint32_t* pdOut, uint32_t dValue) {
+    if (pdOut != nullptr) {
+        *pdOut = dValue;
+    }
+}
+
 // Writes a message of the OS layer's own. Its arguments are evaluated only when the level passes,
 // so that a line that is switched off costs no more than the test. It leaves errno alone.
 #define QOROS_LOG(level, ...)                                                                      \

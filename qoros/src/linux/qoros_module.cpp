@@ -112,9 +112,7 @@ uint32_t QorOsGetModuleFileName(char* path, uint32_t pathSize, char* name, uint3
     }
     const int result = dModuleFileName(path, pathSize, name, nameSize);
     errno = result; // kept: a success clears it
-    if (error != nullptr) {
-        *error = static_cast<uint32_t>(result);
-    }
+    vSetOutput(error, static_cast<uint32_t>(result));
     return result == 0 ? 1 : 0;
 }
 

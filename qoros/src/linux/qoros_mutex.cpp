@@ -91,7 +91,7 @@ uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key) {
 }
 
 uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
-    vSetResult(result, QOR_WAIT_ERROR);
+    vSetOutput(result, QOR_WAIT_ERROR);
     QorOsMutex* const pMtx = mutex;
     if (pMtx == nullptr) {
         return dRefuseNull("QorOsMutexWait", "aMutex");
@@ -104,7 +104,7 @@ uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
         vEndForTimeout(pMtx);
     }
     const uint32_t taken = dDone("QorOsMutexWait", pMtx, pthread_mutex_lock(&pMtx->mutex));
-    vSetResult(result, taken); // QOR_WAIT_DONE or QOR_WAIT_ERROR
+    vSetOutput(result, taken); // QOR_WAIT_DONE or QOR_WAIT_ERROR
     return taken;
 }
 

@@ -100,13 +100,13 @@ bool fNothingTaken(uint32_t dSem, uint32_t dTimeout, char cKind, int error, uint
         QOROS_LOG(QOR_LOG_DEBUG, "DEBUG QorOsSet%c(%u) exit-%s: semval=%d (pid=%u tid=%ld)", cKind,
                   dSem, dTimeout == 0 ? "NO_WAIT" : "TIMEOUT", QorOsSemaphoreVal(dSem),
                   dProcessId(), dThreadId());
-        vSetResult(pdResult, QOR_WAIT_TIMEOUT);
+        vSetOutput(pdResult, QOR_WAIT_TIMEOUT);
         return true; // kept: only the result tells that nothing was taken
     }
     QOROS_LOG(QOR_LOG_ERROR,
               "ERROR QorOsSet%c(%u): semop failed (semval=%d) (%d=%s pid=%u tid=%ld)", cKind, dSem,
               QorOsSemaphoreVal(dSem), error, ErrorText(error).cpsz(), dProcessId(), dThreadId());
-    vSetResult(pdResult, QOR_WAIT_ERROR);
+    vSetOutput(pdResult, QOR_WAIT_ERROR);
     errno = error;
     return false;
 }
@@ -196,7 +196,7 @@ bool QorOsWait(uint32_t dSem, uint32_t dTimeout, char cKind, uint32_t* pdResult)
     }
     QOROS_LOG(QOR_LOG_DEBUG, "DEBUG QorOsSet%c(%u) exit: semval=%d (pid=%u tid=%ld)", cKind, dSem,
               QorOsSemaphoreVal(dSem), dProcessId(), dThreadId());
-    vSetResult(pdResult, QOR_WAIT_DONE);
+    vSetOutput(pdResult, QOR_WAIT_DONE);
     return true;
 }
 

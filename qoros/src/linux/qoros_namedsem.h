@@ -20,13 +20,6 @@ bool QorOsOpen(uint32_t* pdSem, uint32_t dKey, char cKind);
 // object along.
 bool QorOsClose(uint32_t dSem, char cKind);
 
-// Fills the result of a wait, which the caller may not want.
-inline void vSetResult(uint32_t* pdResult, uint32_t dValue) {
-    if (pdResult != nullptr) {
-        *pdResult = dValue;
-    }
-}
-
 // Takes the value down by one. True with result 999 says that it was 0 and the time-out, too.
 bool QorOsWait(uint32_t dSem, uint32_t dTimeout, char cKind, uint32_t* pdResult);
 

@@ -220,9 +220,7 @@ uint32_t QorOsProcessWait(QorOsProcess* process, uint32_t* exitStatus) {
     if (process->pid != 0 && dWaitFor(static_cast<pid_t>(process->pid), &process->status, 0) < 0) {
         return 0;
     }
-    if (exitStatus != nullptr) {
-        *exitStatus = dExitCode(process->status); // kept: 0 where a signal ended the process
-    }
+    vSetOutput(exitStatus, dExitCode(process->status)); // kept: 0 where a signal ended the process
     return 1;
 }
 

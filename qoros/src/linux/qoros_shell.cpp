@@ -114,9 +114,7 @@ uint32_t QorOsCreateProcessSw(const char* commandLine, uint32_t flags) {
 
 uint32_t QorOsCreateProcessEx(const char* commandLine, uint32_t flags, uint32_t* exitStatus) {
     const uint32_t status = dRun(commandLine == nullptr ? "" : commandLine, flags);
-    if (exitStatus != nullptr) {
-        *exitStatus = status;
-    }
+    vSetOutput(exitStatus, status);
     return status == 0 ? 1 : 0;
 }
 
