@@ -20,16 +20,10 @@ extern std::atomic<bool> fShutdown;
 // the clock can't be read.
 void setTimespec(timespec* pstOut, uint32_t dMilliseconds);
 
-// Attaches the segment of pstMmf->shmId; a failure removes the segment.
-bool fMmfAttach(QorOsMmf* pstMmf);
-
 // The OS layer's own log object and the block it has attached. Both are null until the first named
 // mutex or event of the process and after the last one: messages until then are dropped.
 extern std::atomic<QorOsLogRec*> pstLog;
 extern std::atomic<QorOsShmCtl*> pstShm;
-
-// Fills the time stamp that all messages share; it keeps its text when the clock can't be read.
-void cpszGetTime();
 
 // Writes a dump as a text of at most dSize - 1 bytes.
 void vPrepLogData(char* cpOut, size_t dSize, const void* pvData, int32_t dLength, int32_t dMode);

@@ -60,6 +60,25 @@ void vLoadTime(TimeText& szText) {
     szText[sizeof szText - 1] = '\0';
 }
 
+// Where the clock can't be read the last stamp stays.
+void cpszGetTime() {
+    timeval now{};
+    if (gettimeofday(&now, nullptr) != 0) {
+        return;
+    }
+    tm parts{};
+    if (localtime_r(&now.tv_sec, &parts) == nullptr) {
+        return;
+    }
+    // Kept: the year 2000 shows as 100, later ones with two digits.
+    const int year = parts.tm_year >= 101 ? parts.tm_year - 100 : parts.tm_year;
+    TimeText szText{};
+    sprintf_qor(szText, sizeof szText, "%02d-%02d-%02d %02d:%02d:%02d,%03ld", year,
+                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                static_cast<long>(now.tv_usec / 1000));
+    vStoreTime(szText);
+}
+
 // What was formatted before a failure stays.
 QOR_PRINTF(3, 0)
 void vFormat(char* cpOut, size_t dSize, const char* cpszFormat, va_list arguments) {
@@ -124,24 +143,6 @@ void vCountUser(QorOsLogRec* pst) {
 }
 
 } // namespace
-
-void cpszGetTime() {
-    timeval now{};
-    if (gettimeofday(&now, nullptr) != 0) {
-        return;
-    }
-    tm parts{};
-    if (localtime_r(&now.tv_sec, &parts) == nullptr) {
-        return;
-    }
-    // Kept: the year 2000 shows as 100, later ones with two digits.
-    const int year = parts.tm_year >= 101 ? parts.tm_year - 100 : parts.tm_year;
-    TimeText szText{};
-    sprintf_qor(szText, sizeof szText, "%02d-%02d-%02d %02d:%02d:%02d,%03ld", year,
-                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
-                static_cast<long>(now.tv_usec / 1000));
-    vStoreTime(szText);
-}
 
 QorOsLogRec* QorOspLogNew() {
     static std::atomic<QorOsLogRec*> pstLast{nullptr}; // read by nobody, and stale after a delete

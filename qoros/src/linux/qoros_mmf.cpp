@@ -141,6 +141,25 @@ long dAttachments(int dShmId) {
     return shmctl(dShmId, IPC_STAT, &status) == 0 ? static_cast<long>(status.shm_nattch) : -1;
 }
 
+// Kept: a segment that cannot be attached goes, for everybody.
+bool fMmfAttach(QorOsMmf* pstMmf) {
+    void* const pvBlock = shmat(pstMmf->shmId, nullptr, 0);
+    if (pvBlock == reinterpret_cast<void*>(intptr_t{-1})) {
+        const int error = dSaveError(pstMmf);
+        QOROS_LOG(QOR_LOG_FATAL, "FATAL fMmfAttach: shmat failed (%d=%s)", error,
+                  ErrorText(error).cpsz());
+        const ErrnoKeeper keeper;
+        shmctl(pstMmf->shmId, IPC_RMID, nullptr);
+        pstMmf->shmId = -1;
+        pstMmf->address = nullptr;
+        return false;
+    }
+    pstMmf->address = pvBlock;
+    QOROS_LOG(QOR_LOG_TRACE, "TRACE fMmfAttach(%d): shm (addr=%p) is attached now: %lu",
+              pstMmf->shmId, pvBlock, static_cast<unsigned long>(dAttachments(pstMmf->shmId)));
+    return true;
+}
+
 bool fOpenSegment(QorOsMmf* pstMmf, uint32_t dKey) {
     pstMmf->shmId = shmget(static_cast<key_t>(dKey), 0, 0);
     if (pstMmf->shmId == -1) {
@@ -244,25 +263,6 @@ bool fUnmapFile(QorOsMmf* pstMmf) {
 }
 
 } // namespace
-
-bool fMmfAttach(QorOsMmf* pstMmf) {
-    void* const pvBlock = shmat(pstMmf->shmId, nullptr, 0);
-    if (pvBlock == reinterpret_cast<void*>(intptr_t{-1})) {
-        const int error = dSaveError(pstMmf);
-        QOROS_LOG(QOR_LOG_FATAL, "FATAL fMmfAttach: shmat failed (%d=%s)", error,
-                  ErrorText(error).cpsz());
-        // Kept: the segment goes, for everybody.
-        const ErrnoKeeper keeper;
-        shmctl(pstMmf->shmId, IPC_RMID, nullptr);
-        pstMmf->shmId = -1;
-        pstMmf->address = nullptr;
-        return false;
-    }
-    pstMmf->address = pvBlock;
-    QOROS_LOG(QOR_LOG_TRACE, "TRACE fMmfAttach(%d): shm (addr=%p) is attached now: %lu",
-              pstMmf->shmId, pvBlock, static_cast<unsigned long>(dAttachments(pstMmf->shmId)));
-    return true;
-}
 
 uint32_t QorOsMmfCreate(QorOsMmf* mmf, uint32_t size, const char* name, uint32_t key,
                         uint32_t /*flag*/) {
