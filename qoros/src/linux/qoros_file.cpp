@@ -27,7 +27,7 @@ struct OpenFile {
 // first failure left it.
 class Steps {
 public:
-    void take(bool fDone) {
+    void vTake(bool fDone) {
         if (!fDone && dError == 0) {
             dError = errno;
         }
@@ -43,17 +43,8 @@ private:
     int dError = 0;
 };
 
-// Opening a FIFO waits for its other side, which a signal must not cut short.
-int dOpen(const char* cpszPath, int dFlags, mode_t dMode) {
-    int fd;
-    do {
-        fd = open(cpszPath, dFlags | O_CLOEXEC, dMode);
-    } while (fd == -1 && errno == EINTR);
-    return fd;
-}
-
 bool fOpenSource(OpenFile* pstSource, const char* cpszPath) {
-    pstSource->fd = dOpen(cpszPath, O_RDONLY, 0);
+    pstSource->fd = dOpenUninterrupted(cpszPath, O_RDONLY, 0);
     if (pstSource->fd == -1 || fstat(pstSource->fd, &pstSource->stStatus) != 0) {
         return false;
     }
@@ -72,8 +63,8 @@ bool fSameFile(const struct stat& stOne, const struct stat& stOther) {
 bool fOpenDestination(OpenFile* pstDest, const char* cpszPath, const OpenFile& stSource,
                       bool fNew) {
     const int dExclusive = fNew ? O_EXCL : 0;
-    pstDest->fd = dOpen(cpszPath, O_WRONLY | O_CREAT | dExclusive,
-                        static_cast<mode_t>(stSource.stStatus.st_mode & dModeBits));
+    pstDest->fd = dOpenUninterrupted(cpszPath, O_WRONLY | O_CREAT | dExclusive,
+                                     static_cast<mode_t>(stSource.stStatus.st_mode & dModeBits));
     if (pstDest->fd == -1 || fstat(pstDest->fd, &pstDest->stStatus) != 0) {
         return false;
     }
@@ -84,7 +75,7 @@ bool fOpenDestination(OpenFile* pstDest, const char* cpszPath, const OpenFile& s
     return !S_ISREG(pstDest->stStatus.st_mode) || ftruncate(pstDest->fd, 0) == 0;
 }
 
-ssize_t dRead(int fd, char* cpBuffer, size_t dSize) {
+ssize_t dReadUninterrupted(int fd, char* cpBuffer, size_t dSize) {
     ssize_t dBytes;
     do {
         dBytes = oscalls::dRead(fd, cpBuffer, dSize);
@@ -115,7 +106,7 @@ bool fCopyBytes(int fdSource, int fdDest, size_t dBlock) {
     }
     ssize_t dBytes;
     do {
-        dBytes = dRead(fdSource, cpBuffer, dBlock);
+        dBytes = dReadUninterrupted(fdSource, cpBuffer, dBlock);
     } while (dBytes > 0 && fWriteAll(fdDest, cpBuffer, static_cast<size_t>(dBytes)));
     vFree(cpBuffer);
     return dBytes == 0;
@@ -129,19 +120,19 @@ size_t dBlockOf(const struct stat& stStatus) {
 // are there.
 void vFinish(Steps* pstSteps, const OpenFile& stDest, const char* cpszDest,
              const struct stat& stSource) {
-    pstSteps->take(oscalls::fChangeOwner(stDest.fd, stSource.st_uid, stSource.st_gid));
-    pstSteps->take(oscalls::fClose(stDest.fd));
+    pstSteps->vTake(oscalls::fChangeOwner(stDest.fd, stSource.st_uid, stSource.st_gid));
+    pstSteps->vTake(oscalls::fClose(stDest.fd));
     utimbuf stTimes{};
     stTimes.actime = stSource.st_atime;
     stTimes.modtime = stSource.st_mtime;
-    pstSteps->take(utime(cpszDest, &stTimes) == 0);
+    pstSteps->vTake(utime(cpszDest, &stTimes) == 0);
 }
 
 void vCopyTo(Steps* pstSteps, const char* cpszDest, const OpenFile& stSource, bool fNew) {
     OpenFile stDest;
     const bool fCopied = fOpenDestination(&stDest, cpszDest, stSource, fNew) &&
                          fCopyBytes(stSource.fd, stDest.fd, dBlockOf(stDest.stStatus));
-    pstSteps->take(fCopied);
+    pstSteps->vTake(fCopied);
     if (fCopied) {
         vFinish(pstSteps, stDest, cpszDest, stSource.stStatus);
     } else if (stDest.fd != -1) {
@@ -150,6 +141,14 @@ void vCopyTo(Steps* pstSteps, const char* cpszDest, const OpenFile& stSource, bo
 }
 
 } // namespace
+
+int dOpenUninterrupted(const char* cpszPath, int dFlags, mode_t dMode) {
+    int fd;
+    do {
+        fd = open(cpszPath, dFlags | O_CLOEXEC, dMode);
+    } while (fd == -1 && errno == EINTR);
+    return fd;
+}
 
 uint32_t QorOsFileExists(const char* path) {
     return path != nullptr && access(path, F_OK) == 0 ? 1 : 0;
@@ -184,12 +183,12 @@ uint32_t QorOsCopyFile(const char* source, const char* destination, int failIfEx
     }
     OpenFile from;
     Steps steps;
-    steps.take(fOpenSource(&from, source));
+    steps.vTake(fOpenSource(&from, source));
     if (steps.fAllDone()) {
         vCopyTo(&steps, destination, from, failIfExists != 0);
     }
     if (from.fd != -1) {
-        steps.take(oscalls::fClose(from.fd));
+        steps.vTake(oscalls::fClose(from.fd));
     }
     return steps.fAllDone() ? 1 : 0;
 }

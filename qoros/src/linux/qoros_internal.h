@@ -3,6 +3,8 @@
 
 #include "qoros.h"
 
+#include <sys/types.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -19,6 +21,10 @@ extern std::atomic<bool> fShutdown;
 // The absolute time milliseconds from now, as the timed waits of POSIX threads take it. Aborts when
 // the clock can't be read.
 void setTimespec(timespec* pstOut, uint32_t dMilliseconds);
+
+// open(2) of a file that started programs do not inherit. Opening a FIFO waits for its other side,
+// which a signal must not cut short.
+int dOpenUninterrupted(const char* cpszPath, int dFlags, mode_t dMode);
 
 // The OS layer's own log object and the block it has attached. Both are null until the first named
 // mutex or event of the process and after the last one: messages until then are dropped.

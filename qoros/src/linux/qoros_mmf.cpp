@@ -41,9 +41,7 @@ void vCloseFile(QorOsMmf* pstMmf) {
 bool fOpenFile(QorOsMmf* pstMmf, const char* cpszName) {
     pstMmf->created = access(cpszName, F_OK) != 0 ? 1 : 0;
     const int create = pstMmf->created != 0 ? O_CREAT : 0;
-    do {
-        pstMmf->fd = open(cpszName, O_RDWR | O_APPEND | O_CLOEXEC | create, 0600);
-    } while (pstMmf->fd == -1 && errno == EINTR);
+    pstMmf->fd = dOpenUninterrupted(cpszName, O_RDWR | O_APPEND | create, 0600);
     if (pstMmf->fd == -1) {
         const int error = dSaveError(pstMmf);
         QOROS_LOG(QOR_LOG_FATAL, "FATAL QorOsMmfCreate: file %s could not be %s (%d=%s)", cpszName,
