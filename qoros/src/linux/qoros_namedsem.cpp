@@ -1,7 +1,6 @@
 #include "qoros_namedsem.h"
 
 #include <sys/ipc.h>
-#include <sys/select.h>
 #include <sys/sem.h>
 
 #include <cstdio>
@@ -22,7 +21,7 @@ namespace {
 
 constexpr uint32_t dNoSemaphore = 0xFFFFFFFF;
 constexpr int dSemaphoreMode = 0666;
-constexpr suseconds_t dPauseAfterSignal = 50000; // microseconds
+constexpr uint32_t dPauseAfterSignal = 50; // milliseconds
 
 bool fRemove(uint32_t dSem) {
     return semctl(static_cast<int>(dSem), 0, IPC_RMID) != -1;
@@ -86,8 +85,7 @@ int dTake(uint32_t dSem, uint32_t dTimeout) {
         const bool fDown = fShutdown;
         QOROS_LOG(QOR_LOG_ERROR, "!!!!!! semop interrupted: %d=%s shutd=%d", error,
                   ErrorText(error).cpsz(), fDown ? 1 : 0);
-        timeval pause{0, dPauseAfterSignal};
-        select(0, nullptr, nullptr, nullptr, &pause);
+        QorOsSleep(dPauseAfterSignal);
         if (fShutdown) {
             return error;
         }
