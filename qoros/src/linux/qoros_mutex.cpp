@@ -92,7 +92,7 @@ uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key) {
 
 uint32_t QorOsMutexWait(QorOsMutex* mutex, uint32_t timeout, uint32_t* result) {
     vSetOutput(result, QOR_WAIT_ERROR);
-    QorOsMutex* const pMtx = mutex;
+    QorOsMutex* const pMtx = mutex; // the name that the assertion shows
     if (pMtx == nullptr) {
         return dRefuseNull("QorOsMutexWait", "aMutex");
     }
@@ -122,7 +122,7 @@ uint32_t QorOsMutexRelease(QorOsMutex* mutex) {
 }
 
 uint32_t QorOsMutexClose(QorOsMutex* mutex) {
-    QorOsMutex* const pMtx = mutex;
+    QorOsMutex* const pMtx = mutex; // the name that the assertion shows
     if (pMtx == nullptr) {
         return dRefuseNull("QorOsMutexClose", "aMutex");
     }

@@ -1,6 +1,7 @@
 // System V semaphores that processes find by a key, one for each named mutex and event, and the
-// table in the shared control block that counts the handles on them. The kind letter, 'M' for a
-// mutex or 'E' for an event, goes into the messages and decides about release.
+// table in the shared control block that counts the handles on them. Functions of this layer alone
+// bear public-looking names here, since the messages show these. The kind letter, 'M' for a mutex
+// or 'E' for an event, goes into the messages and decides about release.
 #pragma once
 
 #include <cstdint>
@@ -26,10 +27,10 @@ bool QorOsWait(uint32_t dSem, uint32_t dTimeout, char cKind, uint32_t* pdResult)
 // Takes the value up by one; that of a mutex only from 0.
 bool QorOsRelease(uint32_t dSem, char cKind);
 
-// Sets the value.
+// Sets the value; false with the cause in errno.
 bool fSetSemaphore(uint32_t dSem, uint32_t dValue);
 
-// The counts, in the order in which a handle comes and goes.
+// The counts (qoros_semcount.cpp), in the order in which a handle comes and goes.
 
 // Makes sure of the process's log object and of the shared block; false when there is none to have.
 bool fAttachLog();
