@@ -1,3 +1,4 @@
+// Memory, adding entries, the end marker. Reading and changing entries have files of their own.
 #include "mif32.h"
 
 #include <cstddef>
@@ -7,7 +8,6 @@
 #include <cstring>
 
 #include <algorithm>
-#include <limits>
 #include <type_traits>
 
 #include "ip_sizes.h"
@@ -20,10 +20,10 @@ namespace {
 
 using mif32memory::findInBuffer;
 using mif32memory::growUnder;
+using mif32memory::maxLength;
 using mif32memory::readableLength;
 
 constexpr unsigned int growthSlackBytes = 1000; // kept: GetAllocLen shows it
-constexpr unsigned int maxLength = std::numeric_limits<unsigned int>::max();
 constexpr unsigned int maxPrintedBytes = 0xFFFF;
 
 static_assert(std::is_standard_layout_v<Mif32>);

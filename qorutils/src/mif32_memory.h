@@ -5,14 +5,29 @@
 #include <cstdint>
 
 #include <algorithm>
+#include <limits>
 
 #include "mif32.h"
+#include "mif32_wire.h"
 
 namespace mif32memory {
+
+constexpr unsigned int maxLength = std::numeric_limits<unsigned int>::max();
 
 // The length as far as there is memory for it: SetLen and SetExternalMem take any.
 inline unsigned int readableLength(const Mif32& mif) {
     return mif.data == nullptr ? 0 : std::min(mif.length, mif.allocatedLength);
+}
+
+// Finds an entry as mif32wire::findEntry does, as far as there is memory.
+inline bool findEntry(const Mif32& mif, unsigned short id, unsigned int occurrence,
+                      mif32wire::Entry& entry) {
+    return mif32wire::findEntry({mif.data, readableLength(mif)}, id, occurrence, entry);
+}
+
+// The distance of a place in the message from its start.
+inline std::size_t offsetOf(const Mif32& mif, const unsigned char* place) {
+    return static_cast<std::size_t>(place - mif.data);
 }
 
 // Where `bytes` lie in the buffer; false where they lie elsewhere. Pointers into different blocks
