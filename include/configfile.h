@@ -63,7 +63,10 @@ using ConfigFileEncryptFunc = signed char (*)(unsigned char* buffer, unsigned lo
 
 /** @} */
 
-/** A row of a table of words. A row with an empty text, whose value does not count, ends it. */
+/**
+ * A row of a table of words. A row whose text is empty or null ends it; that row's value does not
+ * count.
+ */
 struct CONFIGSTR2INT {
     std::uint32_t value; /**< the number for which the word stands */
     const char* text;    /**< the word */
@@ -170,8 +173,9 @@ public:
     signed char ReadBool(const char* group, const char* name, signed char* out) const;
 
     /**
-     * Stores the number of the first word in `table` that is the value, case aside, or the default
-     * where none is or group or name are missing. With a null argument `out` keeps what it holds.
+     * Stores the number of the first word in `table` that equals the value, case aside. Where none
+     * does, and where group or name are missing, it stores the default. With a null argument `out`
+     * keeps what it holds.
      * @return 1 if the value is a word of the table
      */
     signed char ReadStr2IntDef(const char* group, const char* name, const CONFIGSTR2INT* table,

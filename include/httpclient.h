@@ -121,7 +121,7 @@ public:
     /**
      * One exchange by GET. Where it fails and the connection is found closed it is repeated over a
      * new one, and once more where no status was read.
-     * @param path with or without its leading "/"
+     * @param path with or without its leading "/"; null counts as empty
      * @return 1 when a response was read in full, whatever its status
      */
     signed char Get(const char* path);
@@ -161,7 +161,9 @@ public:
      * @param name the beginning of the line in any case, the ": " included, for example
      *        "Location: "
      * @param value receives the rest of the line; untouched when the result is 0
-     * @param size of `value` in bytes; a value that does not fit with its terminator gives 0
+     * @param size of `value` in bytes
+     * @return 1; 0 where there is no such line, where its value does not fit with a terminator, and
+     *         for a null argument
      */
     signed char GetHeaderParam(const char* name, char* value, unsigned int size) const;
 

@@ -58,7 +58,7 @@ public:
 
     /** Replaces the message by an empty one in owned memory of `size` bytes, which are not cleared.
      * False for external memory, which stays, and where memory is short: the message is lost and
-     * there is no buffer then. */
+     * there is no buffer then. `allocationFailed` keeps its value. */
     bool Alloc(unsigned short size);
 
     /**
@@ -261,8 +261,9 @@ public:
     unsigned char* data;            /**< null when there is no buffer */
     unsigned int length;            /**< bytes in use */
     unsigned int allocatedLength;   /**< bytes available at `data` */
-    unsigned char allocationFailed; /**< 1 once memory was short, until SetData with no data or
-                                         SetExternalMem clears it */
+    unsigned char allocationFailed; /**< 1 once memory was short for SetData, growing or a copy,
+                                         until SetData with no data, SetExternalMem or ClearBuffer
+                                         of external memory clears it; a copy takes it along */
     unsigned char externalMemory;   /**< 1 when `data` is the caller's */
     /** @} */
 };

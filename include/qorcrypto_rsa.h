@@ -152,8 +152,8 @@ public:
 
     // Block type 1: sign, verify, recover.
 
-    /** Pads `size` bytes, at most k - PaddingSize, and applies the private key: k bytes of `out`.
-     */
+    /** Pads `size` bytes, at most k - PaddingSize, and applies the private key: k bytes of `out`,
+     * which `outSize` has to have room for. */
     QorRsaResult SignType1(const unsigned char* data, std::size_t size, unsigned char* out,
                            std::size_t outSize) const;
     /** Ok where the signature, of k bytes, is that of the data: the block that it ought to give is
@@ -168,7 +168,8 @@ public:
      */
     QorRsaResult RecoverType1(const unsigned char* signature, std::size_t signatureSize,
                               unsigned char* out, std::size_t outSize, std::size_t* dataSize) const;
-    /** Signs a SHA-1 digest of 20 bytes with its DigestInfo (RFC 8017, section 9.2). */
+    /** Signs a SHA-1 digest of 20 bytes with its DigestInfo (RFC 8017, section 9.2): k bytes of
+     * `out`, too. */
     QorRsaResult SignSha1(const unsigned char digest[20], unsigned char* out,
                           std::size_t outSize) const;
     /** Verifies such a signature as VerifyType1 does. */
@@ -177,7 +178,8 @@ public:
 
     // Block type 2: encrypt, decrypt; mind the warning above.
 
-    /** Pads `size` bytes, at most k - PaddingSize, and applies the public key: k bytes of `out`. */
+    /** Pads `size` bytes, at most k - PaddingSize, and applies the public key: k bytes of `out`,
+     * which `outSize` has to have room for. */
     QorRsaResult EncryptType2(const unsigned char* data, std::size_t size, unsigned char* out,
                               std::size_t outSize) const;
     /**

@@ -103,7 +103,8 @@ QOR_API void QorInetHttpGetClose(void* handle);
 /**
  * Sets the proxy of the downloads to come.
  * @param host name or address of an HTTP proxy; an empty text switches the proxy off; a null one,
- *        or one of 128 characters and more, changes nothing
+ *        or one of 128 characters and more, changes nothing, not even the port
+ * @param port its port
  */
 QOR_API void QorInetHttpGetSetProxy(void* handle, const char* host, unsigned int port);
 

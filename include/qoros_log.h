@@ -18,10 +18,10 @@ QOR_BEGIN_C
  * that one process sets counts in all of them at once. Output goes to syslog (identity "QorOsLog",
  * priority LOG_INFO), or to standard output with a time stamp in front.
  *
- * Every function accepts a null log and then does nothing. No failure is reported, texts that are
- * too long are cut, errno keeps its value, and nothing is allocated per message. Time stamps are in
- * the time zone of the moment when a log object was created, or of a later tzset. Two threads that
- * log at the same moment may print each other's stamp.
+ * Every function accepts a null log and then does nothing. Writing a message reports no failure,
+ * cuts texts that are too long, leaves errno alone and allocates nothing. Time stamps are in the
+ * time zone of the moment when a log object was created, or of a later tzset. Two threads that log
+ * at the same moment may print each other's stamp.
  * @{
  */
 
@@ -79,8 +79,8 @@ typedef struct QorOsLogRec {
 /**
  * Creates a log object and with it, for the first process, the shared block, whose mask lets
  * nothing through.
- * @return owned by the caller, to be released with QorOsvLogDelete; null where the block could be
- *         neither created nor attached
+ * @return owned by the caller, to be released with QorOsvLogDelete; null where memory is short or
+ *         the block could be neither created nor attached
  */
 QOR_API QorOsLogRec* QorOspLogNew(void);
 

@@ -79,6 +79,7 @@ QOR_API uint32_t QorOsMmfClose(QorOsMmf* mmf);
  * @param mmf ignored, may be null
  * @param address first byte of the range, anywhere in a mapping; the whole page it is in counts
  * @param length bytes from there on
+ * @return 1; 0 where the system refuses it, as for a range that is not mapped
  */
 QOR_API uint32_t QorOsMmfFlush(QorOsMmf* mmf, void* address, uint32_t length);
 

@@ -56,9 +56,9 @@ QOR_API uint32_t QorOsDlFree(void* handle);
 QOR_API uint32_t QorOsGetComputerName(char* buffer, uint32_t* size);
 
 /**
- * Gives directory and file name of the running program. On Linux links are resolved, and "
- * (deleted)" stands behind the name of a program that is no longer there; on macOS the path is that
- * of the start.
+ * Gives directory and file name of the running program. On Linux links are resolved, and behind the
+ * name of a program that is no longer there stands " (deleted)"; on macOS the path is that of the
+ * start.
  * @param path receives the directory without its trailing slash, so that the root is an empty text;
  *        unchanged on failure. Null gives 0 and changes nothing.
  * @param pathSize in bytes, room for the whole path, file name and terminator included
@@ -72,7 +72,10 @@ QOR_API uint32_t QorOsGetComputerName(char* buffer, uint32_t* size);
 QOR_API uint32_t QorOsGetModuleFileName(char* path, uint32_t pathSize, char* name,
                                         uint32_t nameSize, uint32_t* error);
 
-/** The directory of the running program: QorOsGetModuleFileName without a name. */
+/**
+ * The directory of the running program: QorOsGetModuleFileName without a name.
+ * @param size as `pathSize` there: room for the whole path, with the file name that is left out
+ */
 QOR_API uint32_t QorOsGetModulePath(char* path, uint32_t size, uint32_t* error);
 
 /** @} */

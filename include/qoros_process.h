@@ -109,7 +109,8 @@ QOR_API uint32_t QorOsProcessWait(QorOsProcess* process, uint32_t* exitStatus);
 
 /**
  * Asks a process to end, by SIGTERM, and keeps its record.
- * @return 1 where the signal was sent; 0 where the process is not running, and for null
+ * @return 1 where the signal was sent; 0 where the process is not running, where the system refuses
+ *         it, and for null
  */
 QOR_API uint32_t QorOsTerminateProcess(QorOsProcess* process);
 

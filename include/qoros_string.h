@@ -13,7 +13,8 @@ QOR_BEGIN_C
 /**
  * @name Bounded strings
  * All work on byte strings and take the full size of the destination in bytes, its terminator
- * included. Where `dest` or `src` is null the copying functions return null and write nothing.
+ * included. Where `dest` or `src` is null the functions that copy and append return null and write
+ * nothing; no other pointer may be null unless its declaration says so.
  * @{
  */
 
@@ -50,12 +51,15 @@ QOR_API char* strcat_qor(char* dest, size_t size, const char* src);
  */
 QOR_API char* strncat_qor(char* dest, size_t size, const char* src, size_t count);
 
-/** The number of bytes before the first zero byte of `string`, at most `max`; 0 for a `max` of 0.
+/**
+ * The number of bytes before the first zero byte of `string`, at most `max`.
+ * @param string may be null where `max` is 0
  */
 QOR_API size_t strlen_qor(const char* string, size_t max);
 
 /**
  * Formats like printf into `dest`, cut to `size - 1` bytes and always terminated.
+ * @param dest may be null where `size` is 0
  * @return the length of the whole formatted text, also when it was cut; 0 for a `size` of 0; where
  *         an argument cannot be converted the length of what was formatted up to there
  */

@@ -19,9 +19,12 @@ QOR_BEGIN_C
  * the mode 0666. Mutexes and events share the keys, and with them all programs of the machine:
  * nothing else may have the key of a named object.
  *
- * The functions make and free the records; a closed record must not be used again. Time-outs are in
- * milliseconds. Time-outs other than 0 and QOR_INFINITE are for local events alone: elsewhere they
- * end the process.
+ * The functions make and free the records; a closed record must not be used again. One whose `type`
+ * is damaged is not touched: for a mutex, wait and close stop the program by an assertion; every
+ * other call gives 0.
+ *
+ * Time-outs are in milliseconds. A local mutex takes QOR_INFINITE alone, a named object also 0, a
+ * local event any; others end the process.
  *
  * Handles on named objects are counted in the shared control block (QorOsShmCtl), which a process
  * attaches with its first one and gives up with its last. The last close anywhere removes the
@@ -97,7 +100,8 @@ QOR_API uint32_t QorOsMutexCreate(QorOsMutex** mutex, uint32_t key);
 /**
  * Opens a named mutex that exists.
  * @param mutex as for QorOsMutexCreate
- * @param key not 0: there 0 is the result
+ * @param key not 0
+ * @return 1, otherwise 0 with the cause in errno; 0 for a null argument and for key 0
  */
 QOR_API uint32_t QorOsMutexOpen(QorOsMutex** mutex, uint32_t key);
 
@@ -139,7 +143,8 @@ QOR_API uint32_t QorOsEventCreate(QorOsEvent** event, uint32_t key);
 /**
  * Opens a named event that exists.
  * @param event as for QorOsEventCreate
- * @param key not 0: there 0 is the result
+ * @param key not 0
+ * @return 1, otherwise 0 with the cause in errno; 0 for a null argument and for key 0
  */
 QOR_API uint32_t QorOsEventOpen(QorOsEvent** event, uint32_t key);
 

@@ -55,10 +55,11 @@ QOR_API void QorOsThreadCancel(uint64_t* handle);
 /**
  * Starts a detached thread with the default stack unless its state word says that it runs.
  * @param handle receives the handle as from QorOsThreadBegin; 0 where the thread was running
- * already; unchanged on failure; may be null
+ *        already; unchanged on failure; may be null
  * @param state the state word, set to 1 for a thread that starts and back to 0 where that fails;
  *        null starts a thread in any case
- * @return 1 when the thread was started or runs already, otherwise 0
+ * @param routine, argument as for QorOsThreadBegin
+ * @return 1 when the thread was started or runs already, otherwise 0 with the cause in errno
  */
 QOR_API uint32_t QorOsThreadStart(uint64_t* handle, uint32_t* state, QorOsThreadRoutine routine,
                                   void* argument);

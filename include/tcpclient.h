@@ -109,8 +109,10 @@ public:
     signed char receive(unsigned char* buf, unsigned int* len, unsigned int flags,
                         signed char wait);
 
-    /** Waits until there is something to receive: bytes, the peer's close, or an error; 0 when a
-     *  signal ends the wait. */
+    /**
+     * Waits until there is something to receive: bytes, the peer's close, or an error.
+     * @return 1 when there is; 0 after `seconds`, without a socket, and when a signal ends the wait
+     */
     signed char WaitForReceive(unsigned int seconds);
 
     /**
