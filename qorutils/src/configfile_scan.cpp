@@ -131,8 +131,8 @@ struct ConfigFile::Collected {
     std::size_t length = 0;
     char* position = nullptr;  // of the first collected character in the configuration text
     bool quoted = false;       // a quotation was opened
-    bool closed = false;       // ... and this is its last quote:
-    std::size_t lastQuote = 0; // index in text
+    bool closed = false;       // ... and another quote followed
+    std::size_t lastQuote = 0; // index in text of the last one that did
     char text[configtext::lineBufferSize];
 };
 

@@ -59,7 +59,7 @@ bool readOctet(const char*& text, unsigned char& octet) {
     return true;
 }
 
-// Reads any text that is an address.
+// Reads an address, however many digits its octets have.
 bool readIpV4(const char* text, unsigned char (&octets)[ipV4Bytes]) {
     for (std::size_t i = 0; i < ipV4Bytes; ++i) {
         if (!readOctet(text, octets[i]) || *text != (i + 1 < ipV4Bytes ? '.' : '\0')) {
@@ -94,6 +94,8 @@ inline bool readShortOctet(const char*& text, char end, unsigned char& octet) {
     return value <= 255 && *text == end;
 }
 
+// Reads an address as it is nearly always written. What it refuses may still be one with more
+// digits in an octet, for readIpV4.
 bool readShortIpV4(const char* text, unsigned char (&octets)[ipV4Bytes]) {
     for (std::size_t i = 0; i < ipV4Bytes; ++i) {
         if (!readShortOctet(text, i + 1 < ipV4Bytes ? '.' : '\0', octets[i])) {

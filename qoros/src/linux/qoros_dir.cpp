@@ -104,6 +104,7 @@ void vEmptyDirectory(Deletion* pst) {
     QorOsFindClose(&pstLevel->stFind);
 }
 
+// Whether to empty the directory at the path: where only a link leads there, once.
 bool fFirstVisit(Deletion* pst) {
     struct stat stStatus {};
     if (lstat(pst->szPath, &stStatus) != 0) {

@@ -32,7 +32,7 @@ void vRemoveAfterFailure(uint32_t dSem) {
     fRemove(dSem);
 }
 
-// What semget refused. One that exists is opened.
+// What follows a refusal of semget: a semaphore that exists is opened, every other cause told.
 bool fOpenInstead(uint32_t* pdSem, uint32_t dKey, char cKind) {
     const bool fExists = errno == EEXIST;
     if (fExists && QorOsOpen(pdSem, dKey, cKind)) {
@@ -93,6 +93,7 @@ int dTake(uint32_t dSem, uint32_t dTimeout) {
     return 0;
 }
 
+// The result of a wait that took nothing, for the error of semop.
 bool fNothingTaken(uint32_t dSem, uint32_t dTimeout, char cKind, int error, uint32_t* pdResult) {
     if (dTimeout == 0 || error == EAGAIN) {
         QOROS_LOG(QOR_LOG_DEBUG, "DEBUG QorOsSet%c(%u) exit-%s: semval=%d (pid=%u tid=%ld)", cKind,
@@ -109,7 +110,8 @@ bool fNothingTaken(uint32_t dSem, uint32_t dTimeout, char cKind, int error, uint
     return false;
 }
 
-// Whether a semaphore is that of a mutex which is free already. Only this needs the value itself.
+// Whether a semaphore is that of a mutex which is free already. An event's value is asked for the
+// message alone.
 bool fIsFreeMutex(uint32_t dSem, char cKind) {
     const bool fMutex = cKind == cMutexKind;
     const int32_t dValue = fMutex ? QorOsSemaphoreVal(dSem) : 0;

@@ -80,7 +80,7 @@ uint32_t dRunLine(const char* cpszLine, uint32_t dFlags) {
     return dStatus;
 }
 
-// Why a line can't be run, given as much of it as there is room for; null where it can.
+// Why a line can't be run; null where it can. The copy holds as much of it as would be run.
 const char* cpszFault(const char* cpszLine, const char* cpszCopy) {
     if (strlen(cpszLine) > dMaxLine) {
         return "too long";

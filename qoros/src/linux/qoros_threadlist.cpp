@@ -57,8 +57,8 @@ void vKeepOwnEntry() {
     pthread_mutex_unlock(&stMutex);
 }
 
-// Makes the list usable, under its lock. What the system refuses the first thread the next one asks
-// for again.
+// Makes the list usable, under its lock. Where the system refuses that, the next start of a thread
+// tries again.
 int dPrepareList() {
     static bool fPrepared = false;
     if (fPrepared) {
