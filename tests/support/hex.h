@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -10,10 +9,9 @@ using Bytes = std::vector<unsigned char>;
 
 inline std::string hex(const void* bytes, std::size_t count) {
     std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char*>(bytes)[i]);
-        text += digits;
+    for (std::size_t i = 0; i < 2 * count; ++i) {
+        const int byte = static_cast<const unsigned char*>(bytes)[i / 2];
+        text += "0123456789abcdef"[i % 2 == 0 ? byte >> 4 : byte & 0x0F];
     }
     return text;
 }

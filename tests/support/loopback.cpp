@@ -1,7 +1,7 @@
 #include "loopback.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -22,16 +22,13 @@ namespace {
 
 // Binds to, or connects with, a port of the loopback address of a family.
 bool useLoopback(decltype(connect)* use, int descriptor, int family, std::uint16_t port) {
-    sockaddr_in v4 = {};
-    v4.sin_family = AF_INET;
-    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    v4.sin_port = htons(port);
-    sockaddr_in6 v6 = {};
-    v6.sin6_family = AF_INET6;
-    v6.sin6_addr = in6addr_loopback;
-    v6.sin6_port = htons(port);
-    return (family == AF_INET6 ? use(descriptor, reinterpret_cast<sockaddr*>(&v6), sizeof v6)
-                               : use(descriptor, reinterpret_cast<sockaddr*>(&v4), sizeof v4)) == 0;
+    addrinfo hints = {};
+    addrinfo* place = nullptr;
+    hints.ai_family = family;
+    getaddrinfo(nullptr, std::to_string(port).c_str(), &hints, &place);
+    const bool done = use(descriptor, place->ai_addr, place->ai_addrlen) == 0;
+    freeaddrinfo(place);
+    return done;
 }
 
 // A socket that is bound to the port, or with 0 to any free one; -1 on failure.

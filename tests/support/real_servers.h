@@ -43,16 +43,14 @@ public:
     bool waitForLog(const std::string& text) const;
 
 protected:
-    // The program, how it is told to take server.conf, and what ends that file.
-    RealServer(const char* program, const char* arguments, const char* ending);
+    // The program, and how it is told to take server.conf.
+    explicit RealServer(const char* command);
 
-    std::string configuration_; // what server.conf begins with
+    std::string configuration_; // what stands in server.conf
     const TempDirectory directory_;
 
 private:
-    const std::string program_;
-    const std::string arguments_;
-    const std::string ending_;
+    const std::string command_;
     const std::uint16_t port_;
     std::string problem_;
     std::FILE* shell_ = nullptr; // its input, open as long as the server is to run
@@ -68,6 +66,9 @@ public:
     // Lines for the server block (locations, directives), before start().
     void addServerLines(const std::string& lines);
     std::string url(const std::string& path) const;
+
+private:
+    std::string serverLines_;
 };
 
 // An HTTP proxy on 127.0.0.1.

@@ -29,6 +29,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "loopback.h"
@@ -41,21 +42,6 @@ class ScriptedServer;
 using Step = std::function<bool(ScriptedServer&)>;
 using Script = std::vector<Step>;
 
-// Reads up to the blank line of a request and, where it names a Content-Length, its body too.
-Step readRequest();
-// Reads until that many bytes have come in on the connection since its begin.
-Step readBytes(std::size_t total);
-// Reads until the peer closes its side, in order or with a reset.
-Step readToEnd();
-Step sendBytes(std::string bytes);
-// Sends each byte by itself.
-Step sendBytewise(std::string bytes);
-Step pauseFor(std::chrono::milliseconds time);
-// Holds the connection until the test calls release().
-Step pauseUntilReleased();
-// Ends the connection with a reset (RST) instead of an orderly close.
-Step reset();
-
 class ScriptedServer {
 public:
     // Where the machine has no such loopback address (AF_INET6), the port is 0.
@@ -66,27 +52,33 @@ public:
         return port_;
     }
     // "http://127.0.0.1:PORT" and the path, which begins with a slash.
-    std::string url(const std::string& path) const;
+    std::string url(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
 
     // Waits until all scripts are through. Empty, or which step of which connection failed.
     std::string wait();
     // The bytes that came in on a connection (counted from 0) so far.
     std::string received(std::size_t connection) const;
     // Lets the pause that the server stands at, or the next one, end.
-    void release();
+    void release() {
+        ++releases_;
+    }
 
     // What the steps are made of.
-    bool readUntil(const std::function<bool(const std::string& received)>& enough);
-    bool isAtEnd() const;
+    bool readRequest();
+    bool readToEnd();
     bool send(const std::string& bytes);
     bool pause();
-    bool close();
     bool reset();
 
 private:
+    // What a read gives: 1 for bytes, 0 for the peer's end, -1 where neither came in time.
+    int read(std::chrono::milliseconds limit = stepLimit);
+    void close();
     void run();
     void play(const Script& script, const std::string& connection);
-    bool ready(int descriptor, short events, std::chrono::milliseconds limit = stepLimit) const;
+    bool ready(short events, std::chrono::milliseconds limit = stepLimit) const;
 
     const std::vector<Script> scripts_;
     int listener_;
@@ -101,5 +93,28 @@ private:
     std::atomic<bool> stopping_{false};
     std::thread thread_;
 };
+
+// Reads up to the blank line of a request and, where it names a Content-length, its body too.
+inline Step readRequest() {
+    return &ScriptedServer::readRequest;
+}
+// Reads until the peer closes its side, in order or with a reset.
+inline Step readToEnd() {
+    return &ScriptedServer::readToEnd;
+}
+inline Step sendBytes(std::string bytes) {
+    return [bytes = std::move(bytes)](ScriptedServer& server) { return server.send(bytes); };
+}
+inline Step pauseFor(std::chrono::milliseconds time) {
+    return [time](ScriptedServer&) { return !waitUntil([] { return false; }, time); };
+}
+// Holds the connection until the test calls release().
+inline Step pauseUntilReleased() {
+    return &ScriptedServer::pause;
+}
+// Ends the connection with a reset (RST) instead of an orderly close.
+inline Step reset() {
+    return &ScriptedServer::reset;
+}
 
 } // namespace support
