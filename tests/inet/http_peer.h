@@ -11,28 +11,22 @@
 
 #include "tcpclient.h"
 
-// Takes the place of the client's connection; the other end is the caller's to close. Sequenced
-// packets keep the pieces, of at most 5,000 bytes, apart; where the system has none, a stream
-// serves, in which pieces may flow together.
-inline int connectPeer(TcpClient& tcp) {
+// Takes the place of the client's connection. The client receives the pieces and then the end; the
+// other end is the caller's to close. Sequenced packets keep the pieces, of at most 5,000 bytes,
+// apart; where the system has none, a stream serves, in which pieces may flow together.
+inline int connectPeer(TcpClient& tcp, const std::vector<std::string>& pieces = {}) {
     int ends[2] = {-1, -1};
     static_cast<void>(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0 ||
                       socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
+    for (const std::string& piece : pieces) {
+        static_cast<void>(piece.empty() || send(ends[0], piece.data(), piece.size(), 0) > 0);
+    }
+    shutdown(ends[0], SHUT_WR);
     tcp.Disconnect();
     tcp.sock = ends[1];
     tcp.connected = 1;
     tcp.timeout = 1;
     return ends[0];
-}
-
-// The same, for a client that is to receive the pieces and then the end of the connection.
-inline int connectPeer(TcpClient& tcp, const std::vector<std::string>& pieces) {
-    const int peer = connectPeer(tcp);
-    for (const std::string& piece : pieces) {
-        static_cast<void>(piece.empty() || send(peer, piece.data(), piece.size(), 0) > 0);
-    }
-    shutdown(peer, SHUT_WR);
-    return peer;
 }
 
 // What the client sent last.
