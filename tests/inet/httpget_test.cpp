@@ -17,7 +17,6 @@
 namespace {
 
 using namespace support;
-using namespace std::string_literals;
 
 constexpr std::time_t longAgo = 784111777;
 const std::string longAgoText = "Sun, 06 Nov 1994 08:49:37 GMT";
@@ -145,14 +144,12 @@ TEST_F(HttpGetTest, UnderstandsAnswers) {
         {{sized + "4294967298\r\n\r\nh", "ello"}, 1, "", "he"},
         {{"H", "TTP/1.0 200", " OK\r\n\r\n123456", "7"}, 1, "", "1234567"},
         {{ok, "X: y\r", "\n\r", "\nhello"}, 1, "", "hello"},
-        {{five + "\r", "\n", "hello"}, 1, "", "hello"},       // a late line feed
-        {{five, "\r\nhello"}, 1, "", "\r\nhel"},              // an end after the length
-        {{sized + zeros + "5\r\n\r\nhello"}, 1, "", "hello"}, // 199 bytes of a line
-        {{sized + zeros + "05\r\n\r\n"}, 1, "", ""},
-        {{ok + limit + "\r\n\r", "\nx"}, 1, "", "x"}, // 4,097 bytes
+        {{five + "\r", "\n", "hello"}, 1, "", "hello"}, // a late line feed
+        {{five, "\r\nhello"}, 1, "", "\r\nhel"},        // an end after the length
+        {{sized + zeros + "05\r\n\r\n"}, 1, "", ""},    // 200 bytes of a line
+        {{ok + limit + "\r\n\r", "\nx"}, 1, "", "x"},   // 4,097 bytes
         {{ok + limit + "n\r\n", "\r\nx"}, 0, "", "old"},
         {{five + limit + "\r\n\r\n"}, 0, "", "old"},
-        {{"HTTP/1.0 304 Not Modified\r\n\r\n"}, 1, "", "old"},
         {{"HTTP/1.0 304"}, 0, "Receive timeout", "old"}, // twelve bytes
         {{"HTTP/1.0 301 %s%n%\rb"}, 0, "HTTP Error: HTTP/1.0 301  s n ", "old"},
         {{"HTTP/1.0 404 " + many}, 0, "HTTP Error: HTTP/1.0 404 " + many.substr(0, 74), "old"},

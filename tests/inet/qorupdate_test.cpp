@@ -8,6 +8,7 @@
 #include "environment.h"
 #include "loopback.h"
 #include "real_servers.h"
+#include "scripted_server.h"
 
 namespace {
 
@@ -78,6 +79,10 @@ TEST_F(UpdateCheck, GivesTheFactsOfALanguage) {
     for (const auto& [path, language, expected] : cases) {
         EXPECT_EQ(check(language, nginx.url(path)), expected) << path << language;
     }
+    const std::string part = "HTTP/1.0 200 OK\r\nContent-Length: 99\r\n\r\n[Language 7]\nBuild=1\n";
+    const Script cut = {readRequest(), sendBytes(part)};
+    ScriptedServer server({cut, cut});
+    EXPECT_EQ(check(7, server.url("/")), endMark);
     // There is no TLS: such a URL is asked in the clear.
     EXPECT_EQ(check(7, "https" + nginx.url("/update").substr(4)), seven);
     EXPECT_EQ(check(7, nginx.url("/moved"), "127.0.0.1", 0xABCD0000u | proxy.port()), seven);
