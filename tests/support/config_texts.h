@@ -6,12 +6,9 @@
 namespace support {
 
 struct ConfigText {
-    const char* name;
-    const char* group;
-    const char* key;
+    const char *name, *group, *key;
     std::string before; // the text in front of the value
-    const char* value;
-    const char* newValue;
+    const char *value, *newValue;
     std::string after;
 };
 
@@ -27,21 +24,15 @@ inline const ConfigText configTexts[] = {
      "  # loopback\nmax_connections=100\n\n!includedir /etc/my.d/\n[mysqld]\nbind-address=::\n"},
     {"samba", "homes", "browseable",
      "# A share for everybody\n[Global]\n   workgroup = HOUSE\n;  wins support = no\n\n"
-     "\tserver string = %h server (\"home\")\n[homes]\n   comment = Home Directories\n"
-     "   browseable = ",
+     "\tserver string = %h server (\"home\")\n[homes]\n   comment = Home Directories\n   "
+     "browseable = ",
      "no", "yes", "\n\n  # create mask = 0700\n[homes ]\n   read only = yes\n"},
     {"desktop", "Desktop Entry", "Exec",
-     "# made by hand\n[Desktop Entry]\nName=Editor\nName[de]=B\xC3\xBC"
-     "cher\n\nExec = ",
-     "edit %F", "edit --new %F",
+     "# made by hand\n[Desktop Entry]\nName=Editor\nName[de]=B\303\274cher\n\nExec = ", "edit %F",
+     "edit --new %F",
      "\nCategories=Utility;TextEditor;\n\n\n[Desktop Action New]\n# later\nExec=edit\n"},
     {"CR LF, byte-order mark", "Mail", "Server",
      "\xEF\xBB\xBF; settings\r\n[Mail]\r\nPort=25\r\nServer=", "mail.example", "post.example",
-     "\r\n\r\n[Window]\r\nSize=80,24\r\n[mail]\r\nServer=none\r\n"},
-    {"unit", "Service", "Restart",
-     "[Unit]\nAfter=a.service\nAfter=b.service\n\n[Service]\nExecStart = /bin/a \\\n    "
-     "-b\nRestart=",
-     "no", "always", "\n\n\n[Unit]\nWants=c.service\n[Install]\n"},
-};
+     "\r\n\r\n[Window]\r\nSize=80,24\r\n[mail]\r\nServer=none\r\n"}};
 
 } // namespace support
