@@ -93,9 +93,9 @@ TEST_F(ConfigFileText, FindsAndListsValues) {
         EXPECT_EQ(read(c.wanted), c.value) << c.name;
         EXPECT_EQ(list("G"), c.listed) << c.name;
     }
-    open("[g]\nKey1=a\nkey2=b=c\nkey2=D\nk=e");
+    open("[g]\nKey1=a\nkey2=b=c\nkey2=D\nkey3=akey4=x");
     EXPECT_EQ(config.ExistStr("g", "key2", "D") + config.ExistNStr("g", "key9", "D", 3), 2);
-    EXPECT_EQ(config.ExistStr("g", "key2", "d") + config.ExistNStr("g", "key", "a", 4), 0);
+    EXPECT_EQ(config.ExistStr("g", "key2", "d") + config.ExistNStr("g", "key", "x", 3), 0);
 }
 
 TEST_F(ConfigFileText, IsConverted) {
@@ -283,10 +283,10 @@ TEST_F(ConfigFileText, IsWrittenBackWhereEdited) {
     cipher = {1, 0, "", 0};
     EXPECT_EQ(config.OpenFileCrypt(path.c_str(), changeFile), 1);
     EXPECT_EQ(config.DeleteGroup("h"), 1);
-    cipher.result = 0;
+    EXPECT_EQ(config.OpenFileCrypt(other.c_str(), changeFile), 0);
     EXPECT_EQ(config.OpenFileCrypt(other.c_str(), changeFile), 0);
     char out[4];
-    EXPECT_EQ(ConfigFileReadStrDef(other.c_str(), "h", "k", out, sizeof out, "none"), 0);
+    EXPECT_EQ(ConfigFileReadStrDef(other.c_str(), "g", "k", out, sizeof out, "none"), 0);
     EXPECT_STREQ(out, "non");
     EXPECT_EQ(directory.read("file"), "\n\n[g]\nk=1\n\n\n");
     EXPECT_TRUE(config.DeleteGroup("g") == 1 && config.Close() == 1);
