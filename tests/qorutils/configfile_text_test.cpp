@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
 #include <random>
 #include <string>
 #include <tuple>
@@ -28,7 +27,8 @@ struct ConfigFileText : testing::Test {
     }
     std::string read(const std::string& name) const {
         char value[600];
-        return config.ReadStr("G", name.c_str(), value, sizeof value) == 1 ? value : "(none)";
+        const bool found = config.ReadStrDef("G", name.c_str(), value, 600, "(none)") == 1;
+        return found == (value != std::string("(none)")) ? value : "another result";
     }
     // All lines of a group, with a bar behind each.
     std::string list(const char* group) {
@@ -94,7 +94,7 @@ TEST_F(ConfigFileText, FindsAndListsValues) {
         EXPECT_EQ(list("G"), c.listed) << c.name;
     }
     open("[g]\nKey1=a\nkey2=b=c\nkey2=D\nkey3=akey4=x");
-    EXPECT_EQ(config.ExistStr("g", "key2", "D") + config.ExistNStr("g", "key9", "D", 3), 2);
+    EXPECT_EQ(config.ExistStr("g", "key2", "D") + config.ExistNStr("g", "key99", "D", 3), 2);
     EXPECT_EQ(config.ExistStr("g", "key2", "d") + config.ExistNStr("g", "key", "x", 3), 0);
 }
 
@@ -177,9 +177,9 @@ TEST_F(ConfigFileText, IsSplicedByEdits) {
 
 TEST_F(ConfigFileText, IsTakenFromMemory) {
     EXPECT_EQ(config.ExistGroup("g") + config.AddStr("g", "k", "v"), 0) << "closed";
-    EXPECT_EQ(config.OpenMem("[h]\n[g]\ni=0\0", INT_MAX), 1) << "nothing behind a zero byte";
+    EXPECT_EQ(config.OpenMem("[h]\n[g]\ni=0\0", 0x7fffffff), 1) << "nothing behind a zero byte";
     EXPECT_EQ(config.OpenMem(config.GetBuffer() + 4, 4), 1) << "its own text";
-    EXPECT_TRUE(config.WriteInt("g", "i", UINT_MAX) == 1 && config.WriteBool("g", "t", 2) == 1);
+    EXPECT_TRUE(config.WriteInt("g", "i", ~0U) == 1 && config.WriteBool("g", "t", 2) == 1);
     EXPECT_EQ(config.WriteStr(nullptr, "i", "") + config.WriteStr("g", nullptr, ""), 0);
     EXPECT_EQ(config.AddStr("g", "i", nullptr) + config.ReadInt("g", "i", nullptr), 0);
     EXPECT_STREQ(config.GetBuffer(), "[g]\ni=-1\nt=On\n");
