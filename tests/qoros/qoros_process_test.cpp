@@ -27,16 +27,17 @@ TEST(QorOsCommandLine, IsSplitAtBlanksOutsideQuotes) {
         {R"(p a\"b c" \ "d)", R"([p][p][a\b c][\][d])"},
         {R"(p a "b\)", "[p][p][a]"},
         {"p" + repeated(" a", 4095), "[p][p]" + repeated("[a]", 4095)},
-        {"p" + repeated(" a", 4095) + " ", strerror(E2BIG)},
+        {"p" + repeated(" a", 4095) + " ", ""},
     };
     for (const auto& [line, expected] : cases) {
         const CommandLine vector = parseProcessCommandline(line.c_str());
-        std::string entries = vector ? "" : strerror(errno);
-        for (char** entry = vector.get(); vector && *entry != nullptr; ++entry) {
+        std::string entries;
+        for (char** entry = vector.get(); entry != nullptr && *entry != nullptr; ++entry) {
             entries += text("[%s]", *entry);
         }
         EXPECT_EQ(entries, expected) << line;
     }
+    EXPECT_EQ(errno, E2BIG);
 }
 
 // Without the fixture's log but for messages: a program that is on its way would keep the block.
@@ -64,14 +65,11 @@ protected:
     void setPath(const std::string& list) const {
         EXPECT_EQ(list == "-" ? unsetenv("PATH") : setenv("PATH", placed(list).c_str(), 1), 0);
     }
-    QorOsProcess* start(const std::string& line) const {
-        QorOsProcess* process = nullptr;
-        EXPECT_EQ(QorOsCreateProcessAsyn(placed(line).c_str(), nullptr, &process), 1u);
-        return process;
-    }
     uint32_t exitCode(const std::string& line) const {
+        QorOsProcess* process = nullptr;
         uint32_t code = 999;
-        return QorOsProcessWait(start(line), &code) == 1 ? code : 999;
+        EXPECT_EQ(QorOsCreateProcessAsyn(placed(line).c_str(), nullptr, &process), 1u);
+        return QorOsProcessWait(process, &code) == 1 ? code : 999;
     }
 
     const support::TempDirectory directory;
@@ -101,17 +99,14 @@ TEST_F(QorOsProcesses, AreFoundInSystemDirectoriesAndThenInPath) {
 
 TEST_F(QorOsProcesses, RunInTheShell) {
     const std::string limit(1024 - 8, 'x'); // behind "sh -c : "
-    const std::pair<std::string, uint32_t> cases[] = {
-        {"sh -c : ; kill -9 $$", 9},
-        {"@/none 2>&-", 127},
-        {"sh -c : x" + limit, UINT32_MAX},
-        {" \n\tsh\t \n-c  'exit 7' ", 7},
+    const auto status = [this](const std::string& line) {
+        uint32_t code = 0;
+        return QorOsCreateProcessEx(placed(line).c_str(), 0, &code) == 0 ? code : 0;
     };
-    uint32_t code = 1;
-    for (const auto& [line, status] : cases) {
-        EXPECT_EQ(QorOsCreateProcessEx(placed(line).c_str(), 0, &code), 0u);
-        EXPECT_EQ(code, status) << line;
-    }
+    EXPECT_EQ(status("sh -c : ; kill -9 $$"), 9u);
+    EXPECT_EQ(status("@/none 2>&-"), 127u);
+    EXPECT_EQ(status("sh -c : x" + limit), UINT32_MAX);
+    EXPECT_EQ(status(" \n\tsh\t \n-c  'exit 7' "), 7u);
     PlainLog::SetUp();
     expectCall("TRACE QorOsCreateProcess: cmd execed: '/bin/sh -c : " + limit.substr(1) +
                    "'=0 (@)\n",
@@ -128,7 +123,6 @@ TEST_F(QorOsProcesses, RunInTheShell) {
 }
 
 TEST_F(QorOsProcesses, TellTheirExitCodes) {
-    const auto before = std::filesystem::current_path();
     std::filesystem::current_path(directory.path("b"));
     const std::tuple<std::string, std::string, uint32_t> cases[] = {
         {"-", R"(sh -c "kill -9 $$")", 0},
@@ -143,22 +137,18 @@ TEST_F(QorOsProcesses, TellTheirExitCodes) {
         setPath(list);
         EXPECT_EQ(exitCode(line), expected) << list << " " << line;
     }
-    std::filesystem::current_path(before);
+    std::filesystem::current_path("/");
 }
 
 TEST_F(QorOsProcesses, AreWatched) {
-    uint32_t code = 9;
-    for (const bool terminated : {true, false}) {
-        QorOsProcess* const process = start(R"(sh -c "read x <@/in; exit 3")");
-        EXPECT_EQ(QorOsProcessIsRunning(process), 1u);
-        siginfo_t end;
-        terminated ? void(QorOsTerminateProcess(process)) : directory.write("in", "\n");
-        EXPECT_EQ(waitid(P_PID, process->pid, &end, WEXITED | WNOWAIT), 0);
-        EXPECT_EQ(end.si_status, terminated ? SIGTERM : 3);
-        EXPECT_EQ(QorOsTerminateProcess(process) + process->pid, 0u);
-        EXPECT_EQ(QorOsProcessWait(process, &code), 1u);
-    }
-    EXPECT_EQ(code, 3u);
+    QorOsProcess* process = nullptr;
+    siginfo_t end;
+    EXPECT_EQ(QorOsCreateProcessAsyn("sleep 60", nullptr, &process), 1u);
+    EXPECT_EQ(QorOsTerminateProcess(process), 1u);
+    EXPECT_EQ(waitid(P_PID, process->pid, &end, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(end.si_status, SIGTERM);
+    EXPECT_EQ(QorOsTerminateProcess(process) + process->pid, 0u);
+    EXPECT_EQ(QorOsProcessWait(process, nullptr), 1u);
     QorOsProcess other{static_cast<uint32_t>(getppid()), 0};
     EXPECT_EQ(QorOsProcessIsRunning(&other), 1u) << "it is no child";
 }
