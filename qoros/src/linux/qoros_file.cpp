@@ -8,8 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "qoros_filecalls.h"
-
 namespace {
 
 // Blocks of a copy where the file system prefers none, in bytes.
@@ -78,14 +76,14 @@ bool fOpenDestination(OpenFile* pstDest, const char* cpszPath, const OpenFile& s
 ssize_t dReadUninterrupted(int fd, char* cpBuffer, size_t dSize) {
     ssize_t dBytes;
     do {
-        dBytes = oscalls::dRead(fd, cpBuffer, dSize);
+        dBytes = read(fd, cpBuffer, dSize);
     } while (dBytes == -1 && errno == EINTR);
     return dBytes;
 }
 
 bool fWriteAll(int fd, const char* cpBytes, size_t dSize) {
     while (dSize > 0) {
-        const ssize_t dWritten = oscalls::dWrite(fd, cpBytes, dSize);
+        const ssize_t dWritten = write(fd, cpBytes, dSize);
         if (dWritten > 0) {
             cpBytes += dWritten;
             dSize -= static_cast<size_t>(dWritten);
@@ -120,8 +118,8 @@ size_t dBlockOf(const struct stat& stStatus) {
 // are there.
 void vFinish(Steps* pstSteps, const OpenFile& stDest, const char* cpszDest,
              const struct stat& stSource) {
-    pstSteps->vTake(oscalls::fChangeOwner(stDest.fd, stSource.st_uid, stSource.st_gid));
-    pstSteps->vTake(oscalls::fClose(stDest.fd));
+    pstSteps->vTake(fchown(stDest.fd, stSource.st_uid, stSource.st_gid) == 0);
+    pstSteps->vTake(close(stDest.fd) == 0);
     utimbuf stTimes{};
     stTimes.actime = stSource.st_atime;
     stTimes.modtime = stSource.st_mtime;
@@ -136,7 +134,7 @@ void vCopyTo(Steps* pstSteps, const char* cpszDest, const OpenFile& stSource, bo
     if (fCopied) {
         vFinish(pstSteps, stDest, cpszDest, stSource.stStatus);
     } else if (stDest.fd != -1) {
-        oscalls::fClose(stDest.fd);
+        close(stDest.fd);
     }
 }
 
@@ -188,7 +186,7 @@ uint32_t QorOsCopyFile(const char* source, const char* destination, int failIfEx
         vCopyTo(&steps, destination, from, failIfExists != 0);
     }
     if (from.fd != -1) {
-        steps.vTake(oscalls::fClose(from.fd));
+        steps.vTake(close(from.fd) == 0);
     }
     return steps.fAllDone() ? 1 : 0;
 }
