@@ -17,47 +17,55 @@
 
 namespace seams {
 
-// The clock that the library reads: the system's, one that stands still, or none at all.
-enum class Clock { Real, Stopped, Broken };
-inline std::atomic<Clock> clock{Clock::Real};
-void stopClockAt(int64_t seconds, int32_t microseconds);
+// Where it has seconds, the time at which the library's clock stands still. With less than no
+// microseconds the clock fails.
+inline timeval stoppedAt{};
 inline std::atomic<int> clockReads{0};
 
-// Errors with which pthread_cancel, shmat and the removal of a segment fail; with 0 they work.
+// The error with which pthread_cancel fails, with 0 it works, and how often it was called.
 inline std::atomic<int> cancelError{0};
+inline std::atomic<int> cancels{0};
+
+// Errors with which shmat and the removal of a segment fail, and the flags that msync got last.
 inline int attachError = 0;
 inline int removeError = 0;
-
-// How often pthread_cancel was called, and the flags that msync got last.
-inline std::atomic<int> cancels{0};
 inline int flushFlags = 0;
 
 // Stands in for each sleep. Nothing sleeps then.
 inline std::function<int(const timeval&)> onSleep;
 
-// Whether the look at the keyboard tells of a key, even where there is none.
-inline bool keyAnnounced = false;
-
 // Is told of each message that goes to syslog.
 inline std::function<void()> onSyslog;
 
-// What went to syslog since it was taken last: "open IDENTITY OPTION FACILITY" and "PRIORITY TEXT",
-// each on a line of its own.
-std::string takeSyslog();
+// How syslog was opened, once or more often, and what went there since it was taken last:
+// "PRIORITY TEXT", each on a line of its own.
+inline std::string syslogOpened;
+inline std::string syslogText;
+inline std::string takeSyslog() {
+    return std::exchange(syslogText, "");
+}
 
 } // namespace seams
-
-// What a function writes to standard output.
-std::string standardOutput(const std::function<void()>& body);
 
 // A text formatted as by printf.
 std::string text(const char* format, ...) QOR_PRINTF(1, 2);
 
 // "pid=1 tid=2)", the end of many messages, for the calling thread.
-std::string pidTid();
+inline std::string pidTid() {
+    return text("pid=%u tid=%ld)", dProcessId(), dThreadId());
+}
 
 // "(5=text", as messages give an error.
-std::string errorText(int error);
+inline std::string errorText(int error) {
+    return text("(%d=%s", error, strerror(error));
+}
+
+// What a function writes to standard output.
+inline std::string standardOutput(const std::function<void()>& body) {
+    testing::internal::CaptureStdout();
+    body();
+    return testing::internal::GetCapturedStdout();
+}
 
 // Gives the OS layer a log object of its own that writes every level to standard output.
 class OwnLog : public testing::Test {
@@ -65,9 +73,11 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // The messages of a call, without their time stamps.
+    // What a call writes to standard output, without the time stamps of messages.
     static std::string messages(const std::function<void()>& body);
-    static void expectMessages(const std::string& expected, const std::function<void()>& body);
+    static void expectMessages(const std::string& expected, const std::function<void()>& body) {
+        EXPECT_EQ(messages(body), expected);
+    }
 
     QorOsLogRec* log = nullptr;
 };
@@ -77,16 +87,20 @@ pid_t startChild(const std::function<void()>& body);
 // Waits for its end: 0 where no expectation failed and no signal came.
 int waitForChild(pid_t child);
 
-// A gate that one process or thread opens, once or more often, and another one waits at.
+// A gate that one process or thread opens, once or more often, and another one waits at. It keeps
+// its descriptors for the rest of the program.
 class Gate {
 public:
-    Gate();
-    ~Gate();
-    Gate(const Gate&) = delete;
-    Gate& operator=(const Gate&) = delete;
-
-    void open();
-    bool wait(); // passes one opening; false when none comes within 30 s
+    Gate() {
+        EXPECT_EQ(pipe(ends), 0);
+    }
+    void open() {
+        EXPECT_EQ(write(ends[1], "", 1), 1);
+    }
+    bool wait() { // passes one opening
+        char byte;
+        return read(ends[0], &byte, 1) == 1;
+    }
 
 private:
     int ends[2];
