@@ -2,8 +2,6 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
-#include <sys/mman.h>
-#include <sys/shm.h>
 #include <sys/wait.h>
 #include <syslog.h>
 
@@ -67,22 +65,6 @@ int pthread_cancel(pthread_t thread) {
     return error != 0 ? error : systems<decltype(pthread_cancel)>("pthread_cancel")(thread);
 }
 
-void* shmat(int id, const void* address, int flags) {
-    errno = seams::attachError;
-    return errno != 0 ? reinterpret_cast<void*>(intptr_t{-1})
-                      : systems<decltype(shmat)>("shmat")(id, address, flags);
-}
-
-int shmctl(int id, int command, struct shmid_ds* status) {
-    errno = command == IPC_RMID ? seams::removeError : 0;
-    return errno != 0 ? -1 : systems<decltype(shmctl)>("shmctl")(id, command, status);
-}
-
-int msync(void* address, size_t length, int flags) {
-    seams::flushFlags = flags;
-    return systems<decltype(msync)>("msync")(address, length, flags);
-}
-
 } // extern "C"
 
 std::string text(const char* format, ...) {
@@ -103,7 +85,7 @@ void OwnLog::SetUp() {
 
 void OwnLog::TearDown() {
     pstLog = nullptr;
-    seams::cancelError = seams::attachError = seams::removeError = 0;
+    seams::cancelError = 0;
     seams::stoppedAt = {};
     seams::onSleep = nullptr;
     seams::onSyslog = nullptr;

@@ -26,11 +26,6 @@ inline std::atomic<int> clockReads{0};
 inline std::atomic<int> cancelError{0};
 inline std::atomic<int> cancels{0};
 
-// Errors with which shmat and the removal of a segment fail, and the flags that msync got last.
-inline int attachError = 0;
-inline int removeError = 0;
-inline int flushFlags = 0;
-
 // Stands in for each sleep. Nothing sleeps then.
 inline std::function<int(const timeval&)> onSleep;
 
@@ -50,21 +45,9 @@ inline std::string takeSyslog() {
 // A text formatted as by printf.
 std::string text(const char* format, ...) QOR_PRINTF(1, 2);
 
-// "pid=1 tid=2)", the end of many messages, for the calling thread.
-inline std::string pidTid() {
-    return text("pid=%u tid=%ld)", dProcessId(), dThreadId());
-}
-
 // "(5=text", as messages give an error.
 inline std::string errorText(int error) {
     return text("(%d=%s", error, strerror(error));
-}
-
-// What a function writes to standard output.
-inline std::string standardOutput(const std::function<void()>& body) {
-    testing::internal::CaptureStdout();
-    body();
-    return testing::internal::GetCapturedStdout();
 }
 
 // Gives the OS layer a log object of its own that writes every level to standard output.
@@ -75,9 +58,6 @@ protected:
 
     // What a call writes to standard output, without the time stamps of messages.
     static std::string messages(const std::function<void()>& body);
-    static void expectMessages(const std::string& expected, const std::function<void()>& body) {
-        EXPECT_EQ(messages(body), expected);
-    }
 
     QorOsLogRec* log = nullptr;
 };
