@@ -133,9 +133,9 @@ TEST(Mif32, ReadsAndUpdatesOddly) {
     EXPECT_EQ(after(mif, mif.UpdStr(1, std::string(65537, 'a').c_str(), 1)),
               "010001006103020100ffff01/22");
     int number = 7;
-    unsigned int size = 0;
-    EXPECT_FALSE(mif.GetInt(1, &number, 1) || number != 0);
-    EXPECT_FALSE(qormifGetBinData(mif.data, mif.length, 1, nullptr, &size, 1) || size != 0);
+    unsigned int size = 3;
+    EXPECT_FALSE(mif.GetStr(1, reinterpret_cast<char*>(&number), 1, 1) || number != 7 ||
+                 mif.UpdStr(1, nullptr, 1) || mif.GetInt(1, &number, 1) || number != 0);
     EXPECT_DEATH(mif.GetBool(1, nullptr, 1), "oData != NULL");
     mif.SetData("\xFF\xFF\0\0\1\0\0\0", 8);
     EXPECT_FALSE(mif.AddEndKz() || mif.DelEndKz() || mif.SearchValue(1, &size, 1));
@@ -143,8 +143,9 @@ TEST(Mif32, ReadsAndUpdatesOddly) {
     EXPECT_EQ(after(mif, mif.AddInt64(1, 1ULL << 32) && mif.UpdInt64(1, 6, 2)),
               "0100040006000000010008000000000001000000/30");
     mif.AddStr(3, std::string(65535, 'x'));
-    std::string text = "#";
-    EXPECT_FALSE(mif.GetStr(3, &text, 1) || text != "#");
+    std::string text;
+    EXPECT_FALSE(mif.GetStr(3, &text, 1) || qormifUpdInt(mif.data, mif.length, 3, 9, 1) ||
+                 qormifGetBinData(mif.data, mif.length, 3, nullptr, &size, 1) || size != 0);
 }
 
 // ---- Raw messages ----
