@@ -1,9 +1,15 @@
 // Messages that tests can spell out.
 #pragma once
 
+#include <numeric>
 #include <regex>
 
 #include "own_log.h"
+
+// The sum of results of calls, which are made in this order.
+inline uint32_t sum(std::initializer_list<uint32_t> results) {
+    return std::accumulate(results.begin(), results.end(), 0u);
+}
 
 class PlainLog : public OwnLog {
 protected:

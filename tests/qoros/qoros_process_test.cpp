@@ -147,7 +147,7 @@ TEST_F(QorOsProcesses, AreWatched) {
     EXPECT_EQ(QorOsTerminateProcess(process), 1u);
     EXPECT_EQ(waitid(P_PID, process->pid, &end, WEXITED | WNOWAIT), 0);
     EXPECT_EQ(end.si_status, SIGTERM);
-    EXPECT_EQ(QorOsTerminateProcess(process) + process->pid, 0u);
+    EXPECT_EQ(sum({QorOsTerminateProcess(process), process->pid}), 0u);
     EXPECT_EQ(QorOsProcessWait(process, nullptr), 1u);
     QorOsProcess other{static_cast<uint32_t>(getppid()), 0};
     EXPECT_EQ(QorOsProcessIsRunning(&other), 1u) << "it is no child";
@@ -172,7 +172,7 @@ TEST_F(QorOsProcesses, TellWhenTheSystemHasNone) {
         uint32_t state = 0;
         EXPECT_EQ(QorOsCreateProcessAsyn("sh", nullptr, &process), 0u);
         EXPECT_NE(reinterpret_cast<uintptr_t>(process), 0u);
-        EXPECT_EQ(QorOsThreadStart(nullptr, &state, nullptr, nullptr) + state, 0u);
+        EXPECT_EQ(sum({QorOsThreadStart(nullptr, &state, nullptr, nullptr), state}), 0u);
     });
     EXPECT_EQ(waitForChild(poor), 0);
 }

@@ -80,9 +80,9 @@ using LocalObjectsDeathTest = LocalObjects;
 TEST_F(LocalObjects, MutexKnowsItsOwnerAndWaitsForItAtTheEnd) {
     QorOsMutex* const mutex = made(QorOsMutexCreate, 0);
     uint32_t result = 7;
-    const auto wait = [&] { return QorOsMutexWait(mutex, QOR_INFINITE, &result) + result; };
+    const auto wait = [&] { return sum({QorOsMutexWait(mutex, QOR_INFINITE, &result), result}); };
     const auto release = [&] { return QorOsMutexRelease(mutex); };
-    EXPECT_EQ(wait() + wait() + release(), 5u);
+    EXPECT_EQ(sum({wait(), wait(), release()}), 5u);
     inThreads(1, [&](int) { EXPECT_EQ(pthread_mutex_trylock(&mutex->mutex), EBUSY); });
     expectCall("DEBUG QorOsMutexRelease(#) (@)\n", 1, release);
     expectCall(text("ERROR QorOsMutexRelease(#) rc=1=%s (@)\n", strerror(EPERM)), 0, release);
@@ -139,7 +139,7 @@ TEST_F(LocalObjects, EventWakesAllWhoWait) {
     }
     EXPECT_EQ(QorOsEventWait(event, 50, &result), 0u) << "the signal is taken";
     EXPECT_EQ(result, QOR_WAIT_TIMEOUT);
-    EXPECT_EQ(QorOsEventSet(event) + QorOsEventReset(event), 2u);
+    EXPECT_EQ(sum({QorOsEventSet(event), QorOsEventReset(event)}), 2u);
     EXPECT_EQ(QorOsEventWait(event, 0, nullptr), 0u);
     EXPECT_EQ(QorOsEventClose(event), 1u);
 }
@@ -255,7 +255,7 @@ TEST_F(NamedSemaphores, OutliveAProcessThatIsKilled) {
     QorOsMutex* const mutex = made(QorOsMutexCreate, key); // opens, and the value stays
     expectBlock({3, 2, 2, 1, mutex->semId, 2});
     EXPECT_EQ(QorOsSemaphoreVal(mutex->semId), 0);
-    EXPECT_EQ(QorOsMutexRelease(mutex) + QorOsMutexClose(mutex), 2u);
+    EXPECT_EQ(sum({QorOsMutexRelease(mutex), QorOsMutexClose(mutex)}), 2u);
     EXPECT_EQ(semctl(semget(key, 0, 0), 0, IPC_RMID), 0);
 }
 
@@ -263,20 +263,20 @@ TEST_F(NamedSemaphores, TakeAndGive) {
     QorOsMutex* const mutex = made(QorOsMutexCreate, key);
     QorOsEvent* const event = made(QorOsEventCreate, key + 1);
     uint32_t result = 7;
-    const auto wait = [&] { return QorOsMutexWait(mutex, 0, &result) * result; };
+    const auto wait = [&] { return sum({QorOsMutexWait(mutex, 0, &result), result}); };
     const auto release = [&] { return QorOsMutexRelease(mutex); };
-    const auto set = [&] { return QorOsEventSet(event) + QorOsEventReset(event); };
+    const auto set = [&] { return sum({QorOsEventSet(event), QorOsEventReset(event)}); };
     const auto value = [&] { return QorOsSemaphoreVal(event->semId); };
-    expectCall("DEBUG QorOsSetM(#) entry: semval=1 (@)\nDEBUG QorOsSetM(#) exit: semval=0 (@)\n", 1,
+    expectCall("DEBUG QorOsSetM(#) entry: semval=1 (@)\nDEBUG QorOsSetM(#) exit: semval=0 (@)\n", 2,
                wait);
     expectCall("DEBUG QorOsSetM(#) entry: semval=0 (@)\n"
                "DEBUG QorOsSetM(#) exit-NO_WAIT: semval=0 (@)\n",
-               QOR_WAIT_TIMEOUT, wait);
+               1 + QOR_WAIT_TIMEOUT, wait);
     QorOsvResLogLevel(log, 0xFFFFFFFFu);
-    EXPECT_EQ(set() + set() + release(), 5u);
+    EXPECT_EQ(sum({set(), set(), release()}), 5u);
     EXPECT_EQ(value() + QorOsSemaphoreVal(mutex->semId), 3) << "a set gives 1, a reset 1 more";
     reads = 0;
-    EXPECT_EQ(wait() + release() + set(), 4u);
+    EXPECT_EQ(sum({wait(), release(), set()}), 5u);
     EXPECT_EQ(reads, 1) << "values are read for messages that nobody sees";
     EXPECT_EQ(QorOsMutexClose(mutex) + QorOsEventClose(event), 2u);
 }
@@ -289,8 +289,8 @@ TEST_F(NamedSemaphores, TellWhyTheyFail) {
     EXPECT_EQ(semctl(semget(key, 0, 0), 0, IPC_RMID), 0);
     uint32_t result = 7;
     EXPECT_EQ(QorOsEventSet(&gone), 1u);
-    EXPECT_EQ(QorOsEventWait(&gone, 0, &result) * result, QOR_WAIT_TIMEOUT) << "as all errors";
-    EXPECT_EQ(QorOsMutexWait(held, QOR_INFINITE, &result) + result, 0u);
+    EXPECT_EQ(sum({QorOsEventWait(&gone, 0, &result), result}), 1 + QOR_WAIT_TIMEOUT);
+    EXPECT_EQ(sum({QorOsMutexWait(held, QOR_INFINITE, &result), result}), 0u);
     expectCall("FATAL QorOsOpenM(-1): semctl failed " + errorText(ENOENT) + " @)\n", 0,
                [&] { return QorOsMutexOpen(&none, key); });
     EXPECT_EQ(QorOsMutexClose(held), 0u);
