@@ -39,7 +39,8 @@ TEST(QorOsModule, TakesTheLinkApart) {
         {"/opt/my/programs", 17, "0 0 /opt/my prog"},
         {"/opt/my/prog", 12, "36 36 # #"},
         {"/prog", 6, "0 0  prog"},
-        {longest, 9999, "36 36 # #"}};
+        {longest, 9999, "36 36 # #"},
+        {"prog", 5, "22 22 # #"}};
     for (const auto& [link, size, expected] : cases) {
         char path[4096] = "#";
         char name[5] = "#";
