@@ -171,7 +171,7 @@ TEST(QorMif, FormatsRanges) {
          "192.168.0.1, 255.255.255.255-193.168.0.255|"},
         {"0100080001000000ffffffff", 5, false, "1--1|"},
         {"0100010001" + pairs + "01000000" + pairs, 17, true, "1, 5-9, , 1, 5-9|"}, // no pair
-        {pairs + pairs, 6, true, "1, 5-|"},
+        {pairs + pairs + pairs, 6, true, "1, 5-|"},
         {pairs, 0, true, "!"}};
     for (const auto& [digits, size, asIpV4, expected] : cases) {
         const Bytes message = unhex(digits);
