@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,234 +13,139 @@ namespace {
 
 // The numbers of each side: N is ours.
 using N = QorBigNum;
-using G = GmpNumber;
+using G = mpz_class;
 
-unsigned long shiftOf(const G& b) {
-    return mpz_get_ui(b) % 300;
-}
+const auto always = [](const G&, const G&) { return true; };
+const auto byOtherThanZero = [](const G&, const G& b) { return b != 0; };
+const auto byPositive = [](const G&, const G& b) { return b > 0; };
+const auto invertible = [](const G& a, const G& b) { return b > 1 && gcd(a, b) == 1; };
 
-bool compareInto(N& out, const N& a, const N& b) {
-    const int order = a.Compare(b);
-    const bool set = out.SetWord(order != 0 ? 1 : 0);
-    if (order < 0) {
-        out.Negate();
-    }
-    return set;
-}
+std::size_t shift = 0; // how far the operations below move
 
-int signOf(int order) {
-    return (order > 0) - (order < 0);
-}
-
-// False where there is no result.
-struct Operation {
+const struct {
     const char* name;
-    bool (*ours)(N& out, const N& a, const N& b);
-    bool (*theirs)(G& out, const G& a, const G& b);
+    std::function<bool(N& out, const N& a, const N& b)> ours;
+    std::function<void(mpz_ptr out, mpz_srcptr a, mpz_srcptr b)> theirs;
+    bool (*isDefined)(const G& a, const G& b);
+} operations[] = {
+    {"add", &N::Add, mpz_add, always},
+    {"subtract", &N::Subtract, mpz_sub, always},
+    {"multiply", &N::Multiply, mpz_mul, always},
+    {"quotient", [](N& out, const N& a, const N& b) { return N::Divide(&out, nullptr, a, b); },
+     mpz_tdiv_q, byOtherThanZero},
+    {"remainder", [](N& out, const N& a, const N& b) { return N::Divide(nullptr, &out, a, b); },
+     mpz_tdiv_r, byOtherThanZero},
+    {"modulo", &N::Mod, mpz_mod, byPositive},
+    {"gcd", &N::Gcd, mpz_gcd, always},
+    {"inverse", &N::ModInverse, mpz_invert, invertible},
+    {"shift left", [](N& out, const N& a, const N&) { return out.ShiftLeft(a, shift); },
+     [](mpz_ptr out, mpz_srcptr a, mpz_srcptr) { mpz_mul_2exp(out, a, shift); }, always},
+    {"shift right", [](N& out, const N& a, const N&) { return out.ShiftRight(a, shift); },
+     [](mpz_ptr out, mpz_srcptr a, mpz_srcptr) { mpz_tdiv_q_2exp(out, a, shift); }, always},
 };
 
-#define OPERATION(name, ours, theirs)                                                              \
-    {                                                                                              \
-        name, [](N& out, const N& a, [[maybe_unused]] const N& b) -> bool { return ours; },        \
-            [](G& out, const G& a, [[maybe_unused]] const G& b) -> bool { return theirs; }         \
-    }
-
-const Operation operations[] = {
-    OPERATION("add", out.Add(a, b), (mpz_add(out, a, b), true)),
-    OPERATION("subtract", out.Subtract(a, b), (mpz_sub(out, a, b), true)),
-    OPERATION("multiply", out.Multiply(a, b), (mpz_mul(out, a, b), true)),
-    OPERATION("square", out.Multiply(a, a), (mpz_mul(out, a, a), true)),
-    OPERATION("quotient", N::Divide(&out, nullptr, a, b),
-              b.sign() != 0 && (mpz_tdiv_q(out, a, b), true)),
-    OPERATION("remainder", N::Divide(nullptr, &out, a, b),
-              b.sign() != 0 && (mpz_tdiv_r(out, a, b), true)),
-    OPERATION("modulo", out.Mod(a, b), b.sign() > 0 && (mpz_mod(out, a, b), true)),
-    OPERATION("gcd", out.Gcd(a, b), (mpz_gcd(out, a, b), true)),
-    OPERATION("inverse", out.ModInverse(a, b), b.isAboveOne() && mpz_invert(out, a, b) != 0),
-    OPERATION("shift left", out.ShiftLeft(a, shiftOf(gmpOf(b))),
-              (mpz_mul_2exp(out, a, shiftOf(b)), true)),
-    OPERATION("shift right", out.ShiftRight(a, shiftOf(gmpOf(b))),
-              (mpz_tdiv_q_2exp(out, a, shiftOf(b)), true)),
-    OPERATION("compare", compareInto(out, a, b), (mpz_set_si(out, signOf(mpz_cmp(a, b))), true)),
-    OPERATION("negate", out.CopyFrom(a) && (out.Negate(), true), (mpz_neg(out, a), true)),
-};
-
-// Every operation on two numbers: the result, or the lack of one, which leaves the output as it
-// was; and the same where the output is the first or the second operand.
+// Every operation on two numbers, into either of them: the result, or the lack of one, which leaves
+// the number as it was.
 void compareAll(const G& a, const G& b) {
     const N ourA = bigNumOf(a);
     const N ourB = bigNumOf(b);
-    for (const Operation& operation : operations) {
-        SCOPED_TRACE(std::string(operation.name) + " of " + a.hex() + " and " + b.hex());
+    const int order = ourA.Compare(ourB);
+    ASSERT_EQ((order > 0) - (order < 0), (a > b) - (a < b)) << a.get_str() << ", " << b.get_str();
+    shift = mpz_tdiv_ui(b.get_mpz_t(), 300);
+    for (const auto& operation : operations) {
+        SCOPED_TRACE(operation.name + (" of " + a.get_str(16)) + " and " + b.get_str(16));
+        const bool defined = operation.isDefined(a, b);
         G theirs;
-        const bool defined = operation.theirs(theirs, a, b);
-        N separate = bigNumOf(7);
+        if (defined) {
+            operation.theirs(theirs.get_mpz_t(), a.get_mpz_t(), b.get_mpz_t());
+        }
         N first = bigNumOf(a);
         N second = bigNumOf(b);
-        ASSERT_EQ(defined, operation.ours(separate, ourA, ourB));
-        ASSERT_EQ(defined ? theirs.hex() : "7", hexOf(separate));
-        ASSERT_EQ(defined, operation.ours(first, first, ourB));
-        ASSERT_EQ(defined ? theirs.hex() : a.hex(), hexOf(first));
-        ASSERT_EQ(defined, operation.ours(second, ourA, second));
-        ASSERT_EQ(defined ? theirs.hex() : b.hex(), hexOf(second));
-    }
-}
-
-// 0, 1, and what carries, borrows and estimates of quotients go wrong with: limbs of all ones, of
-// nothing but their highest bit, and their neighbours.
-std::vector<G> corners() {
-    std::vector<G> numbers = {0, 1, 2, 3};
-    for (const unsigned long bits : {32UL, 63UL, 64UL, 127UL, 128UL, 191UL, 192UL, 512UL, 1024UL}) {
-        for (const long more : {-1, 0, 1}) {
-            numbers.push_back(G::powerOfTwo(bits, more));
-        }
-    }
-    for (const unsigned long bits : {128UL, 192UL, 320UL}) {
-        numbers.push_back(G::powerOfTwo(bits, 0));
-        mpz_sub(numbers.back(), numbers.back(), G::powerOfTwo(64, 0));
-    }
-    for (std::size_t i = 1, positive = numbers.size(); i < positive; i += 2) {
-        numbers.push_back(numbers[i]);
-        mpz_neg(numbers.back(), numbers.back());
-    }
-    return numbers;
-}
-
-struct RandomNumbers {
-    gmp_randstate_t state;
-
-    RandomNumbers() {
-        gmp_randinit_default(state);
-    }
-    ~RandomNumbers() {
-        gmp_randclear(state);
-    }
-    unsigned long below(unsigned long limit) {
-        return gmp_urandomm_ui(state, limit);
-    }
-    // Any bits, or long runs of equal bits, up to 8,200 of them now and then.
-    G next() {
-        G number;
-        const unsigned long bits = below(below(16) == 0 ? 8200 : 700);
-        (below(2) == 0 ? mpz_urandomb : mpz_rrandomb)(number, state, bits);
-        if (below(4) == 0) {
-            mpz_neg(number, number);
-        }
-        return number;
-    }
-};
-
-TEST(BigNum, computesWhatGmpDoes) {
-    const std::vector<G> numbers = corners();
-    for (const G& a : numbers) {
-        for (const G& b : numbers) {
-            ASSERT_NO_FATAL_FAILURE(compareAll(a, b));
-        }
-    }
-    RandomNumbers random;
-    for (int i = 0; i < 4000; i++) {
-        ASSERT_NO_FATAL_FAILURE(compareAll(random.next(), random.next()));
+        ASSERT_EQ(operation.ours(first, first, ourB), defined);
+        ASSERT_EQ(operation.ours(second, ourA, second), defined);
+        ASSERT_EQ(hexOf(first), (defined ? theirs : a).get_str(16));
+        ASSERT_EQ(hexOf(second), (defined ? theirs : b).get_str(16));
     }
 }
 
 void comparePowers(const G& base, const G& exponent, const G& modulus) {
-    SCOPED_TRACE(base.hex() + " ^ " + exponent.hex() + " mod " + modulus.hex());
+    SCOPED_TRACE(base.get_str(16) + "^" + exponent.get_str(16) + " mod " + modulus.get_str(16));
     N ours = bigNumOf(modulus);
-    const bool defined = modulus.isAboveOne() && modulus.isOdd() && exponent.sign() >= 0;
-    ASSERT_EQ(defined, ours.ModExp(bigNumOf(base), bigNumOf(exponent), ours));
-    G theirs(modulus);
+    const bool defined = modulus > 1 && mpz_odd_p(modulus.get_mpz_t()) && exponent >= 0;
+    ASSERT_EQ(ours.ModExp(bigNumOf(base), bigNumOf(exponent), ours), defined);
+    G theirs = modulus;
     if (defined) {
-        mpz_powm(theirs, base, exponent, modulus);
+        mpz_powm(theirs.get_mpz_t(), base.get_mpz_t(), exponent.get_mpz_t(), modulus.get_mpz_t());
     }
-    ASSERT_EQ(theirs.hex(), hexOf(ours));
+    ASSERT_EQ(hexOf(ours), theirs.get_str(16));
 }
 
-TEST(BigNum, raisesToPowersAsGmpDoes) {
-    const std::vector<G> numbers = corners();
-    for (std::size_t i = 0; i < numbers.size(); i++) {
-        for (const G& modulus : numbers) {
-            const G& exponent = numbers[(i * 7 + 3) % numbers.size()];
-            ASSERT_NO_FATAL_FAILURE(comparePowers(numbers[i], exponent, modulus));
+// 0, 1, and what carries, borrows and estimates of quotients go wrong with: limbs of all ones, of
+// nothing but their highest bit, and their neighbours.
+TEST(BigNum, ComputesCornersAsGmpDoes) {
+    std::vector<G> numbers = {0, 1, 2, 3};
+    for (const unsigned long bits : {32UL, 63UL, 64UL, 127UL, 128UL, 191UL, 192UL, 512UL, 1024UL}) {
+        for (const int more : {-1, 0, 1}) {
+            numbers.push_back((G(1) << bits) + more);
+        }
+        numbers.push_back((G(1) << (bits + 64)) - (G(1) << 64));
+    }
+    for (std::size_t i = 1, positive = numbers.size(); i < positive; i += 2) {
+        numbers.push_back(-numbers[i]);
+    }
+    std::size_t next = 0;
+    for (const G& a : numbers) {
+        for (const G& b : numbers) {
+            ASSERT_NO_FATAL_FAILURE(compareAll(a, b));
+            ASSERT_NO_FATAL_FAILURE(comparePowers(a, numbers[next++ % numbers.size()], b));
+        }
+        next += 7;
+    }
+}
+
+// Any bits, or long runs of equal bits, up to 8,200 of them now and then.
+G randomNumber(gmp_randstate_t state) {
+    G number;
+    const unsigned long bits = gmp_urandomm_ui(state, gmp_urandomm_ui(state, 16) == 0 ? 8200 : 700);
+    (gmp_urandomb_ui(state, 1) == 0 ? mpz_urandomb : mpz_rrandomb)(number.get_mpz_t(), state, bits);
+    return gmp_urandomm_ui(state, 4) == 0 ? G(-number) : number;
+}
+
+TEST(BigNum, ComputesRandomNumbersAsGmpDoes) {
+    gmp_randstate_t state;
+    gmp_randinit_default(state);
+    for (int i = 0; i < 4000 && !HasFatalFailure(); i++) {
+        const G a = randomNumber(state);
+        const G b = randomNumber(state);
+        compareAll(a, b);
+        if (i % 13 == 0) {
+            comparePowers(a, randomNumber(state) % (G(1) << 600), b | 1);
         }
     }
-    RandomNumbers random;
-    for (int i = 0; i < 300; i++) {
-        G modulus = random.next();
-        mpz_setbit(modulus, 0);
-        G exponent = random.next();
-        mpz_tdiv_r_2exp(exponent, exponent, 600);
-        ASSERT_NO_FATAL_FAILURE(comparePowers(random.next(), exponent, modulus));
-    }
+    gmp_randclear(state);
 }
 
-TEST(BigNum, readsAndWritesText) {
+TEST(BigNum, RefusesWhatDoesNotFit) {
     const std::string largest(N::MaxBits / 4, 'f');
-    const struct {
-        const char* name;
-        std::string text;
-        std::string expected; // none: refused; the number before it stays
-    } rows[] = {
-        {"both cases", "aBcDeF0123456789abcdef", "abcdef0123456789abcdef"},
-        {"leading zeros", "0000000000000000000000001", "1"},
-        {"negative zero", "-000", "0"},
-        {"negative", "-0f", "-f"},
-        {"empty", "", ""},
-        {"sign alone", "-", ""},
-        {"plus", "+1", ""},
-        {"blank", "1 ", ""},
-        {"beyond f", "1g", ""},
-        {"largest", largest, largest},
-        {"too large", "1" + largest, ""},
-    };
-    N number;
-    for (const auto& row : rows) {
-        ASSERT_TRUE(number.SetWord(5));
-        EXPECT_EQ(!row.expected.empty(), number.SetHex(row.text.c_str())) << row.name;
-        EXPECT_EQ(row.expected.empty() ? "5" : row.expected, hexOf(number)) << row.name;
-    }
-    char text[3] = "xx";
-    EXPECT_FALSE(number.SetHex(nullptr));
-    ASSERT_TRUE(number.SetHex("-12"));
-    EXPECT_FALSE(number.GetHex(text, sizeof text));
-    EXPECT_STREQ("xx", text);
-}
-
-TEST(BigNum, readsAndWritesBytes) {
-    const std::vector<unsigned char> bytes = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
-    const std::vector<unsigned char> tooMany(N::MaxBits / 8 + 1, 1);
-    N number;
-    ASSERT_TRUE(number.SetBytes(bytes.data(), bytes.size()));
-    EXPECT_FALSE(number.SetBytes(nullptr, 1));
-    EXPECT_FALSE(number.SetBytes(tooMany.data(), tooMany.size()));
-    EXPECT_EQ("10203040506070809", hexOf(number));
-    EXPECT_EQ(65U, number.BitLength());
-    EXPECT_EQ(9U, number.ByteLength());
-    std::vector<unsigned char> out(bytes.size(), 0xee);
-    EXPECT_FALSE(number.GetBytes(out.data(), 8) || number.GetBytes(nullptr, 9));
-    EXPECT_EQ(std::vector<unsigned char>(bytes.size(), 0xee), out);
-    EXPECT_TRUE(number.GetBytes(out.data(), out.size()));
-    EXPECT_EQ(bytes, out);
-    EXPECT_TRUE(number.SetBytes(nullptr, 0));
-    EXPECT_TRUE(number.IsZero() && !number.IsOdd() && number.GetBytes(nullptr, 0));
-}
-
-TEST(BigNum, dividesMovesAndRefusesWhatIsTooLarge) {
     N a;
-    N b;
-    ASSERT_TRUE(a.SetHex("-123456789abcdef0123456789abcdef01") && b.SetHex("fedcba9876543210f"));
-    EXPECT_FALSE(N::Divide(&a, &a, a, b));
-    ASSERT_TRUE(N::Divide(&a, &b, a, b));
-    EXPECT_EQ("-1249249249249237 -ec6b46b46b46b46c8", hexOf(a) + " " + hexOf(b));
-    N moved(std::move(a));
-    b = std::move(moved);
-    N& self = b;
-    b = std::move(self);
-    EXPECT_EQ("-1249249249249237 0 0", hexOf(b) + " " + hexOf(a) + " " + hexOf(moved));
-    EXPECT_TRUE(b.IsNegative());
+    EXPECT_TRUE(a.SetHex(largest.c_str()) && hexOf(a) == largest);
+    EXPECT_TRUE(a.SetHex("-000") && hexOf(a) == "0");
+    EXPECT_TRUE(a.SetHex("-00aBcDeF") && hexOf(a) == "-abcdef");
+    for (const std::string& text : {std::string("-"), std::string("1g"), "1" + largest}) {
+        EXPECT_FALSE(a.SetHex(text.c_str())) << text;
+    }
+    const Bytes tooMany(N::MaxBits / 8 + 1, 1);
+    unsigned char bytes[2];
+    char text[7];
+    EXPECT_FALSE(a.SetHex(nullptr) || a.SetBytes(nullptr, 1) || a.GetBytes(nullptr, 3) ||
+                 a.SetBytes(tooMany.data(), tooMany.size()) || a.GetBytes(bytes, sizeof bytes) ||
+                 a.GetHex(text, sizeof text) || N::Divide(&a, &a, a, a));
+    N& self = a;
+    a = std::move(self);
+    EXPECT_EQ(hexOf(a), "-abcdef");
     ASSERT_TRUE(a.ShiftLeft(bigNumOf(1), N::MaxBits - 1));
-    EXPECT_FALSE(a.Add(a, a) || a.Multiply(a, a) || a.ShiftLeft(a, 1) ||
-                 a.ShiftLeft(b, static_cast<std::size_t>(-1)));
-    EXPECT_EQ(N::MaxBits, a.BitLength());
+    EXPECT_FALSE(a.Add(a, a) || a.Multiply(a, a) || a.ShiftLeft(a, static_cast<std::size_t>(-1)));
+    EXPECT_EQ(a.BitLength(), N::MaxBits);
 }
 
 } // namespace

@@ -1,184 +1,118 @@
 // Random bytes: the construction, missing seeds, child processes.
-#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#if defined(__linux__)
-#include <sys/syscall.h>
-#endif
 
-#include <algorithm>
-#include <csignal>
 #include <functional>
 #include <numeric>
 #include <thread>
 
 #include <gtest/gtest.h>
 
-#include "hex.h"
+#include "gmp_number.h"
 #include "qorcrypt/src/chacha20.h"
+#include "qorcrypt/src/randomcalls.h"
 #include "qorcrypto_random.h"
-#include "replaced_randomcalls.h"
+
+static bool kernelWipes = true;
+
+bool randomcalls::wipeOnFork(void* pages, std::size_t size) {
+#if defined(MADV_WIPEONFORK)
+    return kernelWipes && madvise(pages, size, MADV_WIPEONFORK) == 0;
+#else
+    return pages == nullptr && size == 0;
+#endif
+}
 
 namespace {
 
-// Each case meets a generator that has no seed yet: that of a new thread.
-void inNewThread(const std::function<void(RandomCalls&)>& change,
-                 const std::function<void()>& body) {
-    change(randomCalls = {});
-    std::thread(body).join();
-    randomCalls = {};
+// The system gives no seed where no file can be opened.
+void withoutSeeds(const std::function<void()>& body) {
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none = {0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    body();
+    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 Bytes draw(std::size_t size, int result = 1) {
     Bytes bytes(size, 0xEE);
     EXPECT_EQ(QorRandomBytes(bytes.data(), size), result);
+    EXPECT_TRUE(result == 1 || bytes == Bytes(size));
     return bytes;
 }
 
-struct Key {
-    unsigned char bytes[32];
-    Key() {
-        std::iota(bytes, bytes + 32, static_cast<unsigned char>(0));
-    }
-};
-
-// RFC 8439, section 2.4.2, whose counter starts at 1.
-TEST(ChaCha20, GivesThePublishedKeyStream) {
-    const unsigned char nonce[12] = {0, 0, 0, 0, 0, 0, 0, 0x4A};
-    unsigned char stream[128];
-    qorcrypt::chacha20KeyStream(Key().bytes, 1, nonce, stream, 2);
-    EXPECT_EQ(hex(stream, 16), "224f51f3401bd9e12fde276fb8631ded");
-    EXPECT_EQ(hex(stream + 64, 16), "69a6749f3f630f4122cafe28ec4dc47e");
+// The key stream of RFC 8439, section 2.4.2, whose counter starts at 1; and fast key erasure: each
+// refill makes another key first, which is no part of the output.
+TEST(Random, IsAKeyStreamOfManyKeys) {
+    unsigned char key[32];
+    std::iota(key, key + sizeof key, static_cast<unsigned char>(0));
+    Bytes stream(960);
+    qorcrypt::chacha20KeyStream(key, 1, {0, 0, 0, 0, 0, 0, 0, 0x4A}, stream.data(), 2);
+    EXPECT_EQ(hex(&stream[0], 16) + hex(&stream[64], 16),
+              "224f51f3401bd9e12fde276fb8631ded69a6749f3f630f4122cafe28ec4dc47e");
+    const Bytes first = draw(stream.size());
+    std::copy_n(first.begin(), sizeof key, key);
+    qorcrypt::chacha20KeyStream(key, 0, {}, stream.data(), stream.size() / 64);
+    const Bytes second = draw(stream.size());
+    EXPECT_TRUE(second != first && second != stream);
 }
 
-// Fast key erasure: block 0 gives the next key, those behind it are output.
-TEST(Random, ReplacesTheKeyWithEachRefill) {
-    inNewThread([](RandomCalls& c) { c.fixedSeed = true; },
-                [] {
-                    const unsigned char nonce[12] = {};
-                    Key key;
-                    Bytes expected;
-                    for (const std::size_t blocks : {15u, 31u, 15u}) {
-                        Bytes stream(64 * (blocks + 1));
-                        qorcrypt::chacha20KeyStream(key.bytes, 0, nonce, stream.data(), blocks + 1);
-                        std::copy_n(stream.begin(), 32, key.bytes);
-                        expected.insert(expected.end(), stream.begin() + 64, stream.end());
-                    }
-                    Bytes drawn;
-                    for (const std::size_t size : {1u, 0u, 59u, 900u, 31u * 64, 960u}) {
-                        const Bytes piece = draw(size);
-                        drawn.insert(drawn.end(), piece.begin(), piece.end());
-                    }
-                    EXPECT_EQ(drawn, expected);
-                });
-}
-
+// A new thread's generator has no seed yet; one is good for a mebibyte.
 TEST(Random, GivesNothingWithoutASeed) {
-    const struct {
-        const char* name;
-        std::function<void(RandomCalls&)> change;
-        int result;
-    } rows[] = {
-        {"no device", [](RandomCalls& c) { c.opens = false; }, 0},
-        {"a file in its place", [](RandomCalls& c) { c.isDevice = false; }, 0},
-        {"read fails", [](RandomCalls& c) { c.reads = false; }, 0},
-        {"end of file", [](RandomCalls& c) { c.readLimit = 0; }, 0},
-        {"interrupts", [](RandomCalls& c) { c.openInterrupts = c.readInterrupts = 2; }, 1},
-        {"short reads", [](RandomCalls& c) { c.readLimit = 1; }, 1},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        inNewThread(row.change, [&row] {
-            const Bytes bytes = draw(40, row.result);
-            EXPECT_EQ(bytes == Bytes(40), row.result == 0);
-            EXPECT_NE(bytes, Bytes(40, 0xEE));
-            EXPECT_EQ(randomCalls.openCount, randomCalls.closeCount);
-            EXPECT_EQ(randomCalls.openFlags, randomCalls.opens ? O_RDONLY | O_CLOEXEC : 0);
-            randomCalls = {};
-            EXPECT_NE(draw(40), bytes) << "the next call asks again";
+    const auto work = [] {
+        withoutSeeds([] { draw(40, 0); });
+        draw((1 << 20) - 10);
+        withoutSeeds([] {
+            draw(9);
+            draw(2, 0); // not even the first byte
         });
-    }
+    };
+    std::thread(work).join();
     EXPECT_EQ(QorRandomBytes(nullptr, 1), 0);
 }
 
-TEST(Random, ReseedsAfterEachMebibyte) {
-    inNewThread([](RandomCalls&) {},
-                [] {
-                    constexpr std::size_t interval = 1 << 20;
-                    draw(interval - 1);
-                    draw(1);
-                    EXPECT_EQ(randomCalls.openCount, 1);
-                    draw(2 * interval);
-                    EXPECT_EQ(randomCalls.openCount, 3);
-                    draw(interval - 10);
-                    randomCalls.opens = false;
-                    EXPECT_EQ(draw(11, 0), Bytes(11)) << "not even the first ten";
-                });
-}
-
-// What a child draws comes through a pipe.
-Bytes drawInChild(bool pastTheCLibrary) {
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    pid_t child = -1;
-    if (!pastTheCLibrary) {
-        child = fork();
-    }
-#if defined(__linux__)
-    if (pastTheCLibrary) {
-        child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
-    }
-#endif
-    Bytes bytes(64);
-    if (child == 0) {
-        const bool drawn = QorRandomBytes(bytes.data(), 64) == 1;
-        _exit(drawn && write(ends[1], bytes.data(), 64) == 64 ? 0 : 1);
-    }
-    EXPECT_EQ(read(ends[0], bytes.data(), 64), 64);
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    close(ends[0]);
-    close(ends[1]);
-    return bytes;
+TEST(Random, IsMissedByRsa) {
+    QorRsaKey key;
+    ASSERT_EQ(RsaNumbers(607, 521).setInto(key), QorRsaResult::Ok);
+    const Bytes in(141);
+    Bytes out(141);
+    const auto work = [&] {
+        EXPECT_EQ(key.EncryptType2(in.data(), 9, out.data(), 141), QorRsaResult::NoRandom);
+        EXPECT_EQ(key.DecryptType2OrRandom(in.data(), 141, out.data(), 9), QorRsaResult::NoRandom);
+    };
+    std::thread([&] { withoutSeeds(work); }).join();
+    EXPECT_EQ(out, in);
 }
 
 TEST(Random, DiffersInChildProcesses) {
-    for (const bool kernelWipes : {true, false}) {
-        for (const bool pastTheCLibrary : {false, true}) {
-#if !defined(__linux__)
-            if (pastTheCLibrary) {
-                continue;
-            }
-#endif
-            SCOPED_TRACE(pastTheCLibrary);
-            SCOPED_TRACE(kernelWipes);
-            inNewThread([=](RandomCalls& c) { c.kernelWipes = kernelWipes; },
-                        [=] {
-                            draw(16);
-                            const Bytes first = drawInChild(pastTheCLibrary);
-                            const Bytes second = drawInChild(pastTheCLibrary);
-                            const Bytes own = draw(64);
-                            EXPECT_TRUE(first != second && first != own && second != own);
-                        });
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const auto drawInChild = [&ends] {
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(write(ends[1], draw(64).data(), 64) == 64 ? 0 : 1);
         }
+        Bytes bytes(64);
+        EXPECT_EQ(read(ends[0], bytes.data(), 64), 64);
+        EXPECT_EQ(waitpid(child, nullptr, 0), child);
+        return bytes;
+    };
+    const auto work = [&] {
+        draw(64);
+        const Bytes first = drawInChild();
+        const Bytes second = drawInChild();
+        const Bytes own = draw(64);
+        EXPECT_TRUE(first != second && first != own && second != own) << kernelWipes;
+    };
+    for (const bool wipes : {false, true}) {
+        kernelWipes = wipes;
+        std::thread(work).join();
     }
-}
-
-struct DrawsAtTheEnd {
-    ~DrawsAtTheEnd() {
-        EXPECT_NE(draw(40), draw(40));
-    }
-};
-
-TEST(Random, ServesDestructorsOfItsThread) {
-    inNewThread([](RandomCalls&) {},
-                [] {
-                    // It is made before the thread's generator, and thus goes after it.
-                    thread_local DrawsAtTheEnd last;
-                    static_cast<void>(&last);
-                    draw(1);
-                });
+    close(ends[0]);
+    close(ends[1]);
 }
 
 } // namespace
