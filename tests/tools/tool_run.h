@@ -1,9 +1,11 @@
 // Runs the tool as a person or a script does.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <regex>
 #include <string>
 
 struct Outcome {
@@ -14,20 +16,26 @@ struct Outcome {
 inline Outcome runShell(const std::string& line) {
     const std::string command = "{ " + line + "; } 2>&1 </dev/null";
     std::FILE* const pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return {-1, "the tool can't be started"};
-    }
     std::string output;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) {
+    for (int c = 0; pipe != nullptr && (c = std::fgetc(pipe)) != EOF;) {
         output += static_cast<char>(c);
     }
-    int status = pclose(pipe); // not const: some systems' macros take its address
+    int status =
+        pipe != nullptr ? pclose(pipe) : -1; // not const: some systems' macros take its address
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
 #if defined(QORMON_TOOL)
 inline Outcome run(const std::string& arguments) {
     return runShell("'" QORMON_TOOL "' " + arguments);
+}
+
+// Looks at the exit code, and for a regular expression in the output.
+inline void expectRun(const std::string& arguments, int exitCode, const std::string& pattern) {
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitCode, exitCode) << arguments;
+    const bool matches = std::regex_search(outcome.output, std::regex(pattern));
+    EXPECT_TRUE(matches) << arguments << outcome.output;
 }
 #endif
 
