@@ -31,10 +31,6 @@ QOR_REPLACEABLE int connectSocket(int sock, const sockaddr* address, socklen_t l
     return connect(sock, address, length);
 }
 
-QOR_REPLACEABLE ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags) {
-    return recv(sock, data, size, flags);
-}
-
 bool setOption(int sock, int level, int option, const void* value, socklen_t size) {
     return setsockopt(sock, level, option, value, size) == 0;
 }
@@ -66,21 +62,13 @@ QOR_REPLACEABLE int resolveHost(const char* host, addrinfo** list) {
     return getaddrinfo(host, nullptr, nullptr, list);
 }
 
-QOR_REPLACEABLE void freeResolved(addrinfo* list) {
-    freeaddrinfo(list);
-}
-
-QOR_REPLACEABLE bool beginThread(void* (*routine)(void*), void* argument) {
-    std::uint64_t handle = 0; // of no use: nobody joins the thread
-    return QorOsThreadBegin(&handle, routine, 0, argument) != 0;
-}
-
 bool startThread(void* (*routine)(void*), void* argument) {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before); // a thread begins with its starter's mask
-    const bool started = beginThread(routine, argument);
+    std::uint64_t handle = 0;                    // of no use: nobody joins the thread
+    const bool started = QorOsThreadBegin(&handle, routine, 0, argument) != 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return started;
 }

@@ -16,9 +16,6 @@ int openStreamSocket(int family);
 // connect(2). Replaceable.
 int connectSocket(int sock, const sockaddr* address, socklen_t length);
 
-// recv(2). Replaceable.
-ssize_t receiveBytes(int sock, void* data, std::size_t size, int flags);
-
 // setsockopt(2); true on success.
 bool setOption(int sock, int level, int option, const void* value, socklen_t size);
 
@@ -28,16 +25,12 @@ ssize_t sendBytes(int sock, const void* data, std::size_t size);
 // Where SIGPIPE is a matter of the socket: switches it off; elsewhere sendBytes does it.
 bool refuseSigPipe(int sock);
 
-// getaddrinfo(3) without service and hints, and its release. Replaceable.
+// getaddrinfo(3) without service and hints. Replaceable.
 int resolveHost(const char* host, addrinfo** list);
-void freeResolved(addrinfo* list);
 
 // Starts a detached thread with the OS layer's default stack; false where that fails. It takes no
 // signals: none of the program's handlers runs on it, and none cuts its sleeps short.
 bool startThread(void* (*routine)(void*), void* argument);
-
-// What startThread starts the thread with. Replaceable.
-bool beginThread(void* (*routine)(void*), void* argument);
 
 // Waits that many milliseconds before a further receive. Replaceable.
 void pauseFor(unsigned int milliseconds);

@@ -204,7 +204,7 @@ signed char TcpClient::Connect(const char* host, unsigned int serverPort, signed
             done = Connect(&addr, serverPort, useSsl);
         }
     }
-    netcalls::freeResolved(list);
+    freeaddrinfo(list);
     return done;
 }
 
@@ -297,7 +297,7 @@ signed char TcpClient::receive(unsigned char* buf, unsigned int* len, unsigned i
     if (wait != 0 && !awaitBytes(this, len)) {
         return 0;
     }
-    const ssize_t got = netcalls::receiveBytes(sock, buf, *len, static_cast<int>(flags));
+    const ssize_t got = recv(sock, buf, *len, static_cast<int>(flags));
     *len = got < 0 ? 0 : static_cast<unsigned int>(got);
     if (got > 0) {
         return 1;

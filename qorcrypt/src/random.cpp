@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -59,14 +60,14 @@ bool watchForks() {
 int openSeedDevice() {
     int fd;
     do {
-        fd = randomcalls::openDevice("/dev/urandom", O_RDONLY | O_CLOEXEC);
+        fd = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
     } while (fd < 0 && errno == EINTR);
     return fd;
 }
 
 bool readFully(int fd, unsigned char* out, std::size_t size) {
     while (size > 0) {
-        const ssize_t count = randomcalls::readBytes(fd, out, size);
+        const ssize_t count = read(fd, out, size);
         if (count < 0 && errno == EINTR) {
             continue;
         }
@@ -79,13 +80,19 @@ bool readFully(int fd, unsigned char* out, std::size_t size) {
     return true;
 }
 
+// As opposed to a file that somebody put in its place.
+bool isCharacterDevice(int fd) {
+    struct stat status;
+    return fstat(fd, &status) == 0 && S_ISCHR(status.st_mode);
+}
+
 bool readSeed(unsigned char (&seed)[chacha20KeySize]) {
     const int fd = openSeedDevice();
     if (fd < 0) {
         return false;
     }
-    const bool complete = randomcalls::isCharacterDevice(fd) && readFully(fd, seed, sizeof seed);
-    randomcalls::closeDevice(fd);
+    const bool complete = isCharacterDevice(fd) && readFully(fd, seed, sizeof seed);
+    close(fd);
     return complete;
 }
 

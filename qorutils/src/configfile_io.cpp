@@ -21,11 +21,12 @@ constexpr std::size_t transferSize = std::size_t{1} << 30;
 // does not become the process's own.
 constexpr int openFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
-// A file on a network can make opening it wait, which a signal must not cut short.
+// A file on a network can make opening it wait, which a signal must not cut short. A file that is
+// created is readable and writable for everybody, less the umask.
 int openUninterrupted(const char* path, int flags) {
     int fd;
     do {
-        fd = filecalls::openFile(path, flags | openFlags);
+        fd = open(path, flags | openFlags, 0666);
     } while (fd < 0 && errno == EINTR);
     return fd;
 }
@@ -48,7 +49,7 @@ off_t sizeOf(int fd) {
 
 bool writeAll(int fd, const char* bytes, std::size_t size) {
     while (size > 0) {
-        const ssize_t put = filecalls::writeBytes(fd, bytes, std::min(size, transferSize));
+        const ssize_t put = write(fd, bytes, std::min(size, transferSize));
         if (put == 0 || (put < 0 && errno != EINTR)) {
             return false;
         }
@@ -78,8 +79,7 @@ ssize_t readAll(int fd, void* buffer, std::size_t size) {
     char* const bytes = static_cast<char*>(buffer);
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t got =
-            filecalls::readBytes(fd, bytes + done, std::min(size - done, transferSize));
+        const ssize_t got = read(fd, bytes + done, std::min(size - done, transferSize));
         if (got == 0) {
             break;
         }
@@ -97,8 +97,8 @@ Written writeFile(const char* path, const void* bytes, std::size_t size) {
         return Written::notOpened;
     }
     const bool written = writeAll(fd, static_cast<const char*>(bytes), size);
-    // Not retried: the descriptor is gone even where this fails.
-    const bool closed = filecalls::closeFile(fd) == 0;
+    // Some file systems tell only now that a write failed. Not retried: the descriptor is gone.
+    const bool closed = close(fd) == 0;
     return written && closed ? Written::whole : Written::partly;
 }
 

@@ -11,18 +11,14 @@ QOR_REPLACEABLE void wipe(void* bytes, std::size_t size) {
     qorWipe(bytes, size);
 }
 
-QOR_REPLACEABLE void* allocate(std::size_t size) {
+void* allocate(std::size_t size) {
     return std::calloc(1, size);
-}
-
-QOR_REPLACEABLE void release(void* bytes, std::size_t) {
-    std::free(bytes);
 }
 
 void dispose(void* bytes, std::size_t size) {
     if (bytes != nullptr) {
         wipe(bytes, size);
-        release(bytes, size);
+        std::free(bytes);
     }
 }
 

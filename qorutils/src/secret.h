@@ -5,14 +5,12 @@
 
 namespace secret {
 
-// Overwrites memory with zeros, also where the compiler sees that nobody reads them. This and the
-// next two are weak, so that a test program of internals puts its own in their place and looks at
-// what the memory holds when it is overwritten and released.
+// Overwrites memory with zeros, also where the compiler sees that nobody reads them. It is weak, so
+// that a test program of internals puts its own in its place and looks at what is overwritten.
 void wipe(void* bytes, std::size_t size);
 
-// Zeroed memory, null where it is short, and its release.
+// Zeroed memory; null where it is short.
 void* allocate(std::size_t size);
-void release(void* bytes, std::size_t size);
 
 // Wipes and releases memory, also such as malloc gave; null is ignored.
 void dispose(void* bytes, std::size_t size);
