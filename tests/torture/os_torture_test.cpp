@@ -1,10 +1,7 @@
 // Shared memory, mutexes, events, threads and processes where the system refuses what they need.
-#include <fcntl.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -256,38 +253,6 @@ TEST(ProcessesTorture, AreRefused) {
     // What the new process cannot do, for want of memory or a program, shows in its exit code.
     torture::failEach({{"a program in its process", runs, "memory ENOMEM 0 127, execv EACCES 127"},
                        {"a program that is searched", searches, "execv ENOENT 1, execv EIO 127"}});
-}
-
-// A key that waits; 2 where it could not be read.
-int takesAKey() {
-    const uint32_t got = QorOsGetChNoWait(0);
-    return got == 'k' ? 1 : got == 1 ? 2 : got == 0xFFFFFFFF ? 0 : -1;
-}
-
-TEST(ConsoleTorture, IsNoTerminal) {
-    const int keyboard = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_TRUE(grantpt(keyboard) == 0 && unlockpt(keyboard) == 0);
-    const int screen = open(ptsname(keyboard), O_RDWR | O_NOCTTY);
-    const int saved = dup(0);
-    ASSERT_EQ(dup2(screen, 0), 0);
-    const auto press = [&] {
-        {
-            const torture::Aside aside;
-            termios settings{};
-            tcgetattr(0, &settings);
-            settings.c_lflag &= ~static_cast<tcflag_t>(ICANON);
-            tcsetattr(0, TCSAFLUSH, &settings);
-            EXPECT_EQ(write(keyboard, "k", 1), 1);
-        }
-        return takesAKey();
-    };
-    torture::failEach({{"a key", press,
-                        "tcgetattr EIO 0, tcsetattr EIO 0, select EBADF 0, "
-                        "read EAGAIN 2"}});
-    dup2(saved, 0);
-    for (const int descriptor : {saved, screen, keyboard}) {
-        close(descriptor);
-    }
 }
 
 } // namespace

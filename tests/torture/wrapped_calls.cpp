@@ -9,13 +9,11 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
-#include <sys/select.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 #include <utime.h>
 
@@ -154,8 +152,6 @@ WRAP(int, poll, -1, (pollfd * list, nfds_t count, int limit), (list, count, limi
 WRAP(dirent*, readdir, nullptr, (DIR * dir), (dir))
 WRAP(int, rename, -1, (const char* from, const char* to), (from, to))
 WRAP(int, rmdir, -1, (const char* path), (path))
-WRAP(int, select, -1, (int count, fd_set* in, fd_set* out, fd_set* odd, timeval* limit),
-     (count, in, out, odd, limit))
 WRAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
 WRAP(int, semop, -1, (int id, sembuf* list, std::size_t count), (id, list, count))
 WRAP(int, setsockopt, -1, (int fd, int level, int option, const void* value, socklen_t size),
@@ -168,8 +164,6 @@ WRAP(int, shmget, -1, (key_t key, std::size_t size, int flags), (key, size, flag
 WRAP(int, socket, -1, (int family, int type, int protocol), (family, type, protocol))
 WRAP(int, stat, -1, (const char* path, struct stat* out), (path, out))
 WRAP(int, system, -1, (const char* line), (line))
-WRAP(int, tcgetattr, -1, (int fd, termios* out), (fd, out))
-WRAP(int, tcsetattr, -1, (int fd, int when, const termios* settings), (fd, when, settings))
 WRAP(int, unlink, -1, (const char* path), (path))
 WRAP(int, utime, -1, (const char* path, const utimbuf* times), (path, times))
 WRAP(pid_t, waitpid, -1, (pid_t process, int* status, int options), (process, status, options))
