@@ -57,7 +57,7 @@ TEST(RsaKey, RefusesNumbersThatMakeNoKey) {
         {"e of 65 bits", none, [](RsaNumbers& n) { n.e += mpz_class(1) << 64; }},
         {"d above n", publicPart, [](RsaNumbers& n) { n.d += 2 * (n.p - 1) * (n.q - 1); }},
         {"p missing", allButPrimes, [](RsaNumbers& n) { n.p = 0; }},
-        {"p and q short", allButPrimes, [](RsaNumbers& n) { n.p = n.q = 3; }},
+        {"short primes", allButPrimes, [](RsaNumbers& n) { n.p = n.q = n.dp = n.dq = n.qinv = 3; }},
         {"dp too long", allButPrimes, [](RsaNumbers& n) { n.dp += mpz_class(1) << 2048; }},
         {"dq + q - 1", allButPrimes, [](RsaNumbers& n) { n.dq += n.q - 1; }},
         {"qinv + p", allButPrimes, [](RsaNumbers& n) { n.qinv += n.p; }},
