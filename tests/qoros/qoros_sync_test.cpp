@@ -89,9 +89,9 @@ TEST_F(LocalObjects, MutexKnowsItsOwnerAndWaitsForItAtTheEnd) {
     expectCall("DEBUG QorOsMutexWait(#) (@)\n", 2, wait);
     QorOsvResLogLevel(log, QOR_LOG_STDOUT | QOR_LOG_TRACE);
     int refusals = 0;
-    seams::onSyslog = [&] { ++refusals == 2 ? pthread_mutex_unlock(&mutex->mutex) : 0; };
+    seams::onSyslog = [&] { ++refusals == 3 ? pthread_mutex_unlock(&mutex->mutex) : 0; };
     EXPECT_EQ(QorOsMutexClose(mutex), 1u);
-    EXPECT_EQ(refusals, 2);
+    EXPECT_EQ(refusals, 3);
 }
 #endif
 
