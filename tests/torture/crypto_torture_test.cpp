@@ -81,7 +81,6 @@ TEST(RsaTorture, WithoutMemory) {
         row("a signature", [&] { return key.SignType1(data, sizeof data, out, sizeof out); }),
         row("a check", [&] { return key.VerifyType1(data, sizeof data, signature, 64); }),
         row("a recovery", [&] { return key.RecoverType1(signature, 64, out, 64, &size); }),
-        row("SHA-1", [&] { return key.SignSha1(signature, out, sizeof out); }),
         row("encryption", [&] { return key.EncryptType2(data, sizeof data, out, sizeof out); }),
         row("decryption", [&] { return key.DecryptType2(secret, 64, out, 64, &size); }),
         row("one that tells nothing",

@@ -72,33 +72,18 @@ constexpr std::size_t mostAllocations = 256;
 std::atomic<void*> live[mostAllocations];
 std::atomic<int> liveCount{0};
 
-class Operation {
-public:
-    Operation(const Fault& fault, int n) {
-        failingCall = fault.call.c_str();
-        failingError = fault.error;
-        callsLeft() = n;
-        throwingNews = 0;
-        errno = 0;
-        inOperation = true;
-    }
-    ~Operation() {
-        inOperation = false;
-    }
-    Operation(const Operation&) = delete;
-    Operation& operator=(const Operation&) = delete;
-};
-
 // Runs the operation with the n-th call failing; false when it made fewer calls.
 bool attempt(const Row& row, const Fault& fault, int n, Cause cause) {
     const std::size_t descriptors = support::openDescriptors();
-    int result = 0;
-    int error = 0;
-    {
-        const Operation running(fault, n);
-        result = row.operation();
-        error = errno;
-    }
+    failingCall = fault.call.c_str();
+    failingError = fault.error;
+    callsLeft() = n;
+    throwingNews = 0;
+    errno = 0;
+    inOperation = true;
+    const int result = row.operation();
+    const int error = errno;
+    inOperation = false;
     const bool reached = callsLeft() <= 0;
     const auto step = static_cast<std::size_t>(n) < fault.results.size()
                           ? static_cast<std::size_t>(n) - 1

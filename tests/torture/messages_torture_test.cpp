@@ -1,4 +1,4 @@
-// Message buffers, addresses, lists, strings and URLs without memory.
+// Message buffers, lists, strings and URLs without memory.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -7,8 +7,6 @@
 #include "failing_calls.h"
 #include "httpvalue.h"
 #include "mif32.h"
-#include "qoripaddr.h"
-#include "qoros.h"
 #include "qorurl.h"
 #include "tfstring.h"
 
@@ -19,12 +17,11 @@ constexpr char longText[] = "a text that is longer than the message it is to sta
 constexpr unsigned int oneEntry = 8; // bytes
 
 // 1 for success; 0 where the message is as long as before and still has its entry.
-int change(bool (*operation)(Mif32&), bool external) {
-    unsigned char bytes[100];
+int change(bool (*operation)(Mif32&)) {
     Mif32 message;
     {
         const torture::Aside aside;
-        external ? message.SetExternalMem(bytes, sizeof bytes, 0) : message.Alloc(oneEntry);
+        message.Alloc(oneEntry);
         message.AddInt(1, 7);
     }
     const bool done = operation(message);
@@ -37,18 +34,16 @@ TEST(MessagesTorture, WithoutMemory) {
     const struct {
         const char* name;
         bool (*operation)(Mif32&);
-        bool external;
     } cases[] = {
-        {"a value that makes it grow", [](Mif32& m) { return m.AddStr(2, longText); }, false},
-        {"a longer value", [](Mif32& m) { return m.UpdStr(1, longText, 1); }, false},
-        {"one in external memory", [](Mif32& m) { return m.UpdStr(1, longText, 1); }, true},
-        {"a copy", [](Mif32& m) { return Mif32(m).allocationFailed == 0; }, false},
-        {"an assignment", [](Mif32& m) { return (Mif32() = m).GetLen() == oneEntry; }, false},
-        {"a first value", [](Mif32&) { return Mif32().AddInt(1, 2); }, false},
-        {"a message of its own", [](Mif32&) { return Mif32().SetData("\1\0\0\0", 4); }, false},
+        {"a value that makes it grow", [](Mif32& m) { return m.AddStr(2, longText); }},
+        {"a longer value", [](Mif32& m) { return m.UpdStr(1, longText, 1); }},
+        {"a copy", [](Mif32& m) { return Mif32(m).allocationFailed == 0; }},
+        {"an assignment", [](Mif32& m) { return (Mif32() = m).GetLen() == oneEntry; }},
+        {"a first value", [](Mif32&) { return Mif32().AddInt(1, 2); }},
+        {"a message of its own", [](Mif32&) { return Mif32().SetData("\1\0\0\0", 4); }},
     };
     for (const auto& c : cases) {
-        torture::failEach({{c.name, [&c] { return change(c.operation, c.external); }, fails}});
+        torture::failEach({{c.name, [&c] { return change(c.operation); }, fails}});
     }
 }
 
@@ -60,14 +55,6 @@ int joinsTexts() {
     const int done = begun != 0 ? joined.Add(" and a longer end") : 0;
     free(done != 0 ? text : first); // what is lost on failure the caller may still hold
     return done != 0 || text == nullptr ? done : -1;
-}
-
-int joinsPlainTexts() {
-    char* const text = concatenateString(nullptr, "first", 5, 0);
-    char* const grown = text == nullptr ? nullptr : concatenateString(text, " second", 7, 0);
-    const bool kept = text == nullptr || grown != nullptr || strcmp(text, "first") == 0;
-    free(grown != nullptr ? grown : text);
-    return kept ? static_cast<int>(grown != nullptr) : -1;
 }
 
 // How many of two pairs are read, less 1.
@@ -86,16 +73,8 @@ int parsesAUrl() {
     return done;
 }
 
-int writesAnAddress() {
-    QorIpAddr address("10.0.0.1");
-    const char* const text = address.GetStr();
-    return *text == '\0' ? 0 : strcmp(text, "10.0.0.1") == 0 ? 1 : -1;
-}
-
 TEST(TextsTorture, WithoutMemory) {
-    torture::failEach({{"an address as a text", writesAnAddress, fails},
-                       {"TFstring", joinsTexts, fails},
-                       {"concatenateString", joinsPlainTexts, fails},
+    torture::failEach({{"TFstring", joinsTexts, fails},
                        {"a list of values", readsPairs, "memory ENOMEM -1 -1 -1 -1 0"},
                        {"a URL", parsesAUrl, fails}});
 }

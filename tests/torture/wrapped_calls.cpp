@@ -117,15 +117,10 @@ WRAP_TRANSFER(write, (int fd, const void* bytes, std::size_t size), (fd, bytes, 
 WRAP_TRANSFER(send, (int fd, const void* bytes, std::size_t size, int flags),
               (fd, bytes, size, flags))
 WRAP_TRANSFER(recv, (int fd, void* bytes, std::size_t size, int flags), (fd, bytes, size, flags))
-WRAP_TRANSFER(readlink, (const char* path, char* out, std::size_t size), (path, out, size))
 
-WRAP(int, access, -1, (const char* path, int mode), (path, mode))
 WRAP(int, close, (__real_close(fd), -1), (int fd), (fd))
 WRAP(int, closedir, (__real_closedir(dir), -1), (DIR * dir), (dir))
 WRAP(int, connect, -1, (int fd, const sockaddr* to, socklen_t size), (fd, to, size))
-WRAP(int, dlclose, -1, (void* module), (module))
-WRAP(void*, dlopen, nullptr, (const char* path, int mode), (path, mode))
-WRAP(void*, dlsym, nullptr, (void* module, const char* name), (module, name))
 WRAP(int, execv, -1, (const char* path, char* const* arguments), (path, arguments))
 WRAP(int, fchown, -1, (int fd, uid_t user, gid_t group), (fd, user, group))
 WRAP(int, fclose, (__real_fclose(file), -1), (FILE * file), (file))
@@ -137,33 +132,22 @@ WRAP(int, fstat, -1, (int fd, struct stat* out), (fd, out))
 WRAP(int, fstatat, -1, (int fd, const char* path, struct stat* out, int flags),
      (fd, path, out, flags))
 WRAP(int, ftruncate, -1, (int fd, off_t size), (fd, size))
-WRAP(int, gethostname, -1, (char* out, std::size_t size), (out, size))
-WRAP(tm*, gmtime_r, nullptr, (const time_t* time, tm* out), (time, out))
-WRAP(int, kill, -1, (pid_t process, int number), (process, number))
 WRAP(off_t, lseek, -1, (int fd, off_t offset, int from), (fd, offset, from))
 WRAP(int, lstat, -1, (const char* path, struct stat* out), (path, out))
-WRAP(int, mkdir, -1, (const char* path, mode_t mode), (path, mode))
 WRAP(void*, mmap, MAP_FAILED, (void* at, std::size_t size, int what, int how, int fd, off_t from),
      (at, size, what, how, fd, from))
 WRAP(int, msync, -1, (void* at, std::size_t size, int flags), (at, size, flags))
-WRAP(int, munmap, -1, (void* at, std::size_t size), (at, size))
 WRAP(DIR*, opendir, nullptr, (const char* path), (path))
 WRAP(int, poll, -1, (pollfd * list, nfds_t count, int limit), (list, count, limit))
 WRAP(dirent*, readdir, nullptr, (DIR * dir), (dir))
-WRAP(int, rename, -1, (const char* from, const char* to), (from, to))
 WRAP(int, rmdir, -1, (const char* path), (path))
 WRAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
 WRAP(int, semop, -1, (int id, sembuf* list, std::size_t count), (id, list, count))
-WRAP(int, setsockopt, -1, (int fd, int level, int option, const void* value, socklen_t size),
-     (fd, level, option, value, size))
 WRAP(void*, shmat, reinterpret_cast<void*>(-1L), (int id, const void* at, int flags),
      (id, at, flags))
-WRAP(int, shmctl, -1, (int id, int command, shmid_ds* out), (id, command, out))
-WRAP(int, shmdt, -1, (const void* at), (at))
 WRAP(int, shmget, -1, (key_t key, std::size_t size, int flags), (key, size, flags))
 WRAP(int, socket, -1, (int family, int type, int protocol), (family, type, protocol))
 WRAP(int, stat, -1, (const char* path, struct stat* out), (path, out))
-WRAP(int, system, -1, (const char* line), (line))
 WRAP(int, unlink, -1, (const char* path), (path))
 WRAP(int, utime, -1, (const char* path, const utimbuf* times), (path, times))
 WRAP(pid_t, waitpid, -1, (pid_t process, int* status, int options), (process, status, options))
@@ -171,24 +155,12 @@ WRAP(pid_t, waitpid, -1, (pid_t process, int* status, int options), (process, st
 WRAP_ERROR(getaddrinfo,
            (const char* node, const char* service, const addrinfo* hints, addrinfo** list),
            (node, service, hints, list))
-WRAP_ERROR(pthread_atfork, (void (*before)(), void (*inParent)(), void (*inChild)()),
-           (before, inParent, inChild))
-WRAP_ERROR(pthread_attr_init, (pthread_attr_t * attributes), (attributes))
-WRAP_ERROR(pthread_cond_init, (pthread_cond_t * object, const pthread_condattr_t* attributes),
-           (object, attributes))
-WRAP_ERROR(pthread_cond_timedwait,
-           (pthread_cond_t * object, pthread_mutex_t* mutex, const timespec* deadline),
-           (object, mutex, deadline))
 WRAP_ERROR(pthread_create,
            (pthread_t * thread, const pthread_attr_t* attributes, void* (*routine)(void*),
             void* argument),
            (thread, attributes, routine, argument))
-WRAP_ERROR(pthread_key_create, (pthread_key_t * key, void (*destroy)(void*)), (key, destroy))
 WRAP_ERROR(pthread_mutex_init, (pthread_mutex_t * object, const pthread_mutexattr_t* attributes),
            (object, attributes))
-WRAP_ERROR(pthread_mutexattr_init, (pthread_mutexattr_t * attributes), (attributes))
-WRAP_ERROR(pthread_mutexattr_settype, (pthread_mutexattr_t * attributes, int type),
-           (attributes, type))
 
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
