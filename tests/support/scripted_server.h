@@ -105,9 +105,6 @@ inline Step readToEnd() {
 inline Step sendBytes(std::string bytes) {
     return [bytes = std::move(bytes)](ScriptedServer& server) { return server.send(bytes); };
 }
-inline Step pauseFor(std::chrono::milliseconds time) {
-    return [time](ScriptedServer&) { return !waitUntil([] { return false; }, time); };
-}
 // Holds the connection until the test calls release().
 inline Step pauseUntilReleased() {
     return &ScriptedServer::pause;
