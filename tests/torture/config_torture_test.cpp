@@ -55,6 +55,8 @@ TEST(ConfigTorture, InMemory) {
     } cases[] = {
         {"OpenMem", [](Config& c) { return c.OpenMem(edited, -1); }, "", edited},
         {"WriteStr", [](Config& c) { return c.WriteStr("Group", "Name", "new"); }, text, edited},
+        {"AddStr", [](Config& c) { return c.AddStr("Other", "a", "b"); }, text,
+         "[Group]\nName=old\n\n\n[Other]\na=b\n"},
         {"DeleteValue", [](Config& c) { return c.DeleteValue("Group", "Name"); }, text,
          "[Group]\n"},
         {"ReadStrCrypt", readsPlain, text, text},
@@ -89,8 +91,6 @@ protected:
                                 : config.OpenFile(path.c_str()),
                      config, "", text);
     }
-    // The result where the file holds what that says; with 10 more for an empty one, 20 more for
-    // one that stayed.
     int closes(bool enciphered) const {
         ConfigFile config;
         {
@@ -102,10 +102,20 @@ protected:
         }
         const int done = enciphered ? config.CloseFileCrypt(flipFile) : config.Close();
         const torture::Aside aside;
-        std::string file = directory.read("file");
-        file = enciphered ? flipped(file) : file;
-        const int otherwise = file.empty() ? 10 : file == text ? 20 : 100;
-        return file == (done != 0 ? edited : text) ? done : done + otherwise;
+        const std::string file = directory.read("file");
+        return written(done, enciphered ? flipped(file) : file, text, edited);
+    }
+    // The result where the file holds what that says; with 10 more for an empty one, 20 more for
+    // one that stayed.
+    static int written(int done, const std::string& file, const char* before, const char* now) {
+        const int otherwise = file.empty() ? 10 : file == before ? 20 : 100;
+        return file == (done != 0 ? now : before) ? done : done + otherwise;
+    }
+    int adds() const {
+        write("");
+        const int done = ConfigFile::AddConfig(path.c_str(), "G", "a", "b");
+        const torture::Aside aside;
+        return written(done, directory.read("file"), "", "\n\n\n[G]\na=b\n");
     }
 
     const support::TempDirectory directory;
@@ -125,6 +135,7 @@ TEST_F(ConfigFileTorture, OnDisk) {
         {"CloseFileCrypt", [this] { return closes(true); },
          "memory ENOMEM 21, open EACCES 0, open EINTR 1, write EIO 10, write EINTR 1, "
          "write one-byte 1"},
+        {"AddConfig", [this] { return adds(); }, "memory ENOMEM 0 0 11, open EACCES 0 11"},
     });
 }
 

@@ -7,6 +7,7 @@
 #include "failing_calls.h"
 #include "httpvalue.h"
 #include "mif32.h"
+#include "qoripaddr.h"
 #include "qorurl.h"
 #include "tfstring.h"
 
@@ -73,8 +74,15 @@ int parsesAUrl() {
     return done;
 }
 
+int writesAnAddress() {
+    QorIpAddr address("10.0.0.1");
+    const char* const text = address.GetStr();
+    return *text == '\0' ? 0 : strcmp(text, "10.0.0.1") == 0 ? 1 : -1;
+}
+
 TEST(TextsTorture, WithoutMemory) {
-    torture::failEach({{"TFstring", joinsTexts, fails},
+    torture::failEach({{"an address as a text", writesAnAddress, fails},
+                       {"TFstring", joinsTexts, fails},
                        {"a list of values", readsPairs, "memory ENOMEM -1 -1 -1 -1 0"},
                        {"a URL", parsesAUrl, fails}});
 }

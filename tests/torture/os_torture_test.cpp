@@ -73,23 +73,60 @@ int makesASegment() {
     return QorOsMmfClose(&segment) == 1 ? clean(done) : -1;
 }
 
+// Closes a segment that has as many users; 10 more where it still has its address.
+int closesASegment(int users) {
+    QorOsMmf mine;
+    {
+        const torture::Aside aside;
+        QorOsMmfCreate(&mine, 10, nullptr, key, 0);
+    }
+    const int segment = mine.shmId;
+    void* const address = mine.address;
+    void* const other = users > 1 ? shmat(segment, nullptr, 0) : nullptr;
+    const uint32_t done = QorOsMmfClose(&mine);
+    const torture::Aside aside;
+    shmdt(address);
+    shmdt(other);
+    shmctl(segment, IPC_RMID, nullptr);
+    return clean(done) + (mine.address != nullptr ? 10 : 0);
+}
+
 TEST(ObjectsTorture, AreRefused) {
     constexpr char named[] =
         "memory ENOMEM 0, semget ENOSPC 0, semctl EACCES 0, shmget ENOSPC 0, shmat EMFILE 0";
     torture::failEach(
         {{"a log object", makesALog, "memory ENOMEM 0, shmget ENOSPC 0, shmat EMFILE 0"},
          {"a segment", makesASegment, "shmget ENOSPC 0, shmat EMFILE 0"},
+         {"a segment's end", [] { return closesASegment(1); }, "shmctl EACCES 11 10"},
+         {"a segment that others use", [] { return closesASegment(2); },
+          "shmctl EACCES 11, shmdt EINVAL 1"},
          {"a mutex", [] { return made(QorOsMutexCreate, QorOsMutexClose, 0); },
-          "memory ENOMEM 0, pthread_mutex_init EAGAIN 0"},
+          "memory ENOMEM 0, pthread_mutexattr_init ENOMEM 0, pthread_mutexattr_settype EINVAL 0, "
+          "pthread_mutex_init EAGAIN 0"},
          {"an event", [] { return made(QorOsEventCreate, QorOsEventClose, 0); },
-          "memory ENOMEM 0, pthread_mutex_init EAGAIN 0"},
+          "memory ENOMEM 0, pthread_mutex_init EAGAIN 0, pthread_cond_init ENOMEM 0"},
          {"a named mutex", [] { return made(QorOsMutexCreate, QorOsMutexClose, key); }, named},
          {"a named event", [] { return made(QorOsEventCreate, QorOsEventClose, key); }, named},
          {"an open mutex",
           [] { return made(QorOsMutexOpen, QorOsMutexClose, key, QorOsMutexCreate); },
           "memory ENOMEM 0, semget EACCES 0"},
+         {"an open event",
+          [] { return made(QorOsEventOpen, QorOsEventClose, key, QorOsEventCreate); },
+          "memory ENOMEM 0, semget EACCES 0"},
          {"a wait", waitsForAMutex, "semop EINTR 1, semop EIDRM 0"}},
         Cause::inErrno);
+}
+
+int closesAFile(const std::string& path) {
+    QorOsMmf file;
+    {
+        const torture::Aside aside;
+        QorOsMmfCreate(&file, 9, path.c_str(), 0, 0);
+    }
+    const uint32_t done = QorOsMmfClose(&file);
+    const torture::Aside aside;
+    file.fd = -1;
+    return done != 0 || QorOsMmfClose(&file) == 1 ? static_cast<int>(done) : -1;
 }
 
 TEST(MappedFilesTorture, AreRefused) {
@@ -108,7 +145,8 @@ TEST(MappedFilesTorture, AreRefused) {
     };
     torture::failEach({{"a mapped file", map,
                         "memory ENOMEM 0, open EACCES 0, open EINTR 1, fstat EIO 0, "
-                        "write ENOSPC 0, write EINTR 1, mmap ENODEV 0, msync EIO 0"}},
+                        "write ENOSPC 0, write EINTR 1, mmap ENODEV 0, msync EIO 0"},
+                       {"its end", [&] { return closesAFile(path); }, "munmap EINVAL 0"}},
                       Cause::inErrno);
     torture::failEach({{"a mapped file on a full disk", map, "write one-byte 0"}});
 }

@@ -137,6 +137,7 @@ WRAP(int, lstat, -1, (const char* path, struct stat* out), (path, out))
 WRAP(void*, mmap, MAP_FAILED, (void* at, std::size_t size, int what, int how, int fd, off_t from),
      (at, size, what, how, fd, from))
 WRAP(int, msync, -1, (void* at, std::size_t size, int flags), (at, size, flags))
+WRAP(int, munmap, -1, (void* at, std::size_t size), (at, size))
 WRAP(DIR*, opendir, nullptr, (const char* path), (path))
 WRAP(int, poll, -1, (pollfd * list, nfds_t count, int limit), (list, count, limit))
 WRAP(dirent*, readdir, nullptr, (DIR * dir), (dir))
@@ -145,6 +146,8 @@ WRAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
 WRAP(int, semop, -1, (int id, sembuf* list, std::size_t count), (id, list, count))
 WRAP(void*, shmat, reinterpret_cast<void*>(-1L), (int id, const void* at, int flags),
      (id, at, flags))
+WRAP(int, shmctl, -1, (int id, int command, shmid_ds* out), (id, command, out))
+WRAP(int, shmdt, -1, (const void* at), (at))
 WRAP(int, shmget, -1, (key_t key, std::size_t size, int flags), (key, size, flags))
 WRAP(int, socket, -1, (int family, int type, int protocol), (family, type, protocol))
 WRAP(int, stat, -1, (const char* path, struct stat* out), (path, out))
@@ -155,12 +158,17 @@ WRAP(pid_t, waitpid, -1, (pid_t process, int* status, int options), (process, st
 WRAP_ERROR(getaddrinfo,
            (const char* node, const char* service, const addrinfo* hints, addrinfo** list),
            (node, service, hints, list))
+WRAP_ERROR(pthread_cond_init, (pthread_cond_t * object, const pthread_condattr_t* attributes),
+           (object, attributes))
 WRAP_ERROR(pthread_create,
            (pthread_t * thread, const pthread_attr_t* attributes, void* (*routine)(void*),
             void* argument),
            (thread, attributes, routine, argument))
 WRAP_ERROR(pthread_mutex_init, (pthread_mutex_t * object, const pthread_mutexattr_t* attributes),
            (object, attributes))
+WRAP_ERROR(pthread_mutexattr_init, (pthread_mutexattr_t * attributes), (attributes))
+WRAP_ERROR(pthread_mutexattr_settype, (pthread_mutexattr_t * attributes, int type),
+           (attributes, type))
 
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
