@@ -1,6 +1,2 @@
 /* The library that tests load. */
-int qorFixtureAnswer(void);
-
-int qorFixtureAnswer(void) {
-    return 42;
-}
+int qorFixtureAnswer = 42;

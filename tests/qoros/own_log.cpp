@@ -1,12 +1,14 @@
 #include "own_log.h"
 
 #include <dlfcn.h>
-#include <pthread.h>
 #include <sys/wait.h>
 #include <syslog.h>
 
 #include <cstdarg>
+#include <future>
+#include <numeric>
 #include <regex>
+#include <vector>
 
 #include "private_ipc.h"
 
@@ -39,11 +41,6 @@ int gettimeofday(struct timeval* now, void*) {
     return now->tv_usec < 0 ? -1 : result;
 }
 
-time_t time(time_t*) {
-    return seams::stoppedAt.tv_sec != 0 ? seams::stoppedAt.tv_sec
-                                        : systems<time_t(time_t*)>("time")(nullptr);
-}
-
 void openlog(const char* identity, int option, int facility) {
     seams::syslogOpened += text("%s %d %d", identity, option, facility);
 }
@@ -59,12 +56,6 @@ void syslog(int priority, const char* format, ...) {
     errno = EIO;
 }
 
-int pthread_cancel(pthread_t thread) {
-    ++seams::cancels;
-    const int error = seams::cancelError;
-    return error != 0 ? error : systems<decltype(pthread_cancel)>("pthread_cancel")(thread);
-}
-
 } // extern "C"
 
 std::string text(const char* format, ...) {
@@ -76,6 +67,10 @@ std::string text(const char* format, ...) {
     return buffer;
 }
 
+uint32_t sum(std::initializer_list<uint32_t> results) {
+    return std::accumulate(results.begin(), results.end(), 0u);
+}
+
 void OwnLog::SetUp() {
     log = QorOspLogNew();
     ASSERT_NE(log, nullptr) << "the control block could not be attached: " << strerror(errno);
@@ -85,7 +80,6 @@ void OwnLog::SetUp() {
 
 void OwnLog::TearDown() {
     pstLog = nullptr;
-    seams::cancelError = 0;
     seams::stoppedAt = {};
     seams::onSleep = nullptr;
     seams::onSyslog = nullptr;
@@ -98,6 +92,14 @@ std::string OwnLog::messages(const std::function<void()>& body) {
     testing::internal::CaptureStdout();
     body();
     return std::regex_replace(testing::internal::GetCapturedStdout(), stamp, "$1");
+}
+
+void OwnLog::expectCall(const std::string& told, uint32_t result,
+                        const std::function<uint32_t()>& call) {
+    static const std::regex numbers(R"(0x[0-9a-f]{9,}|(\()[0-9]+(\)))");
+    const std::regex caller(text("pid=%u tid=%ld", dProcessId(), dThreadId()));
+    const std::string shown = messages([&] { EXPECT_EQ(call(), result) << told; });
+    EXPECT_EQ(std::regex_replace(std::regex_replace(shown, caller, "@"), numbers, "$1#$2"), told);
 }
 
 pid_t startChild(const std::function<void()>& body) {
@@ -114,4 +116,11 @@ int waitForChild(pid_t child) {
     int status = -1;
     waitpid(child, &status, 0);
     return status;
+}
+
+void inThreads(int count, const std::function<void(int)>& body) {
+    std::vector<std::future<void>> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.push_back(std::async(std::launch::async, body, i));
+    }
 }

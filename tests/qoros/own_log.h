@@ -22,23 +22,16 @@ namespace seams {
 inline timeval stoppedAt{};
 inline std::atomic<int> clockReads{0};
 
-// The error with which pthread_cancel fails, with 0 it works, and how often it was called.
-inline std::atomic<int> cancelError{0};
-inline std::atomic<int> cancels{0};
-
 // Stands in for each sleep. Nothing sleeps then.
 inline std::function<int(const timeval&)> onSleep;
 
 // Is told of each message that goes to syslog.
 inline std::function<void()> onSyslog;
 
-// How syslog was opened, once or more often, and what went there since it was taken last:
-// "PRIORITY TEXT", each on a line of its own.
+// How syslog was opened, once or more often, and what went there: "PRIORITY TEXT", each on a line
+// of its own.
 inline std::string syslogOpened;
 inline std::string syslogText;
-inline std::string takeSyslog() {
-    return std::exchange(syslogText, "");
-}
 
 } // namespace seams
 
@@ -50,6 +43,9 @@ inline std::string errorText(int error) {
     return text("(%d=%s", error, strerror(error));
 }
 
+// The sum of results of calls, which are made in this order.
+uint32_t sum(std::initializer_list<uint32_t> results);
+
 // Gives the OS layer a log object of its own that writes every level to standard output.
 class OwnLog : public testing::Test {
 protected:
@@ -59,6 +55,11 @@ protected:
     // What a call writes to standard output, without the time stamps of messages.
     static std::string messages(const std::function<void()>& body);
 
+    // The result of a call and its messages, with "@" for the numbers of the process and the thread
+    // that make it, and "#" for addresses and for identifiers in brackets.
+    static void expectCall(const std::string& told, uint32_t result,
+                           const std::function<uint32_t()>& call);
+
     QorOsLogRec* log = nullptr;
 };
 
@@ -67,21 +68,5 @@ pid_t startChild(const std::function<void()>& body);
 // Waits for its end: 0 where no expectation failed and no signal came.
 int waitForChild(pid_t child);
 
-// A gate that one process or thread opens, once or more often, and another one waits at. It keeps
-// its descriptors for the rest of the program.
-class Gate {
-public:
-    Gate() {
-        EXPECT_EQ(pipe(ends), 0);
-    }
-    void open() {
-        EXPECT_EQ(write(ends[1], "", 1), 1);
-    }
-    bool wait() { // passes one opening
-        char byte;
-        return read(ends[0], &byte, 1) == 1;
-    }
-
-private:
-    int ends[2];
-};
+// Runs a function in each of several threads and waits for their ends.
+void inThreads(int count, const std::function<void(int)>& body);

@@ -9,10 +9,8 @@ TEST_F(QorOsBase, ShutsDownAndComesUpAgain) {
     EXPECT_EQ(QorOsGetSystemUp(), 0u);
     QorOsSetSystemUp();
     EXPECT_EQ(QorOsGetSystemUp(), 1u);
-    for (const auto latch : {QorOsIsOpenSslInitialized, QorOsIsSslInitialized}) {
-        EXPECT_EQ(latch(), 0u);
-        EXPECT_EQ(latch(), 1u);
-    }
+    EXPECT_EQ(sum({QorOsIsOpenSslInitialized(), QorOsIsSslInitialized()}), 0u);
+    EXPECT_EQ(sum({QorOsIsOpenSslInitialized(), QorOsIsSslInitialized()}), 2u);
 }
 
 TEST_F(QorOsBase, TellsTimesAndDeadlines) {
@@ -22,8 +20,9 @@ TEST_F(QorOsBase, TellsTimesAndDeadlines) {
         setTimespec(&found, 1704);
         EXPECT_EQ(text("%ld s %ld ns", found.tv_sec, found.tv_nsec), deadline);
         EXPECT_EQ(QorOsGetTimeInmSec(), milliseconds);
-        EXPECT_EQ(QorOsGetTimeInSec(), now.tv_sec);
     };
+    EXPECT_LE(time(nullptr) - QorOsGetTimeInSec(), 1);
+    EXPECT_LE(QorOsGetUpTime(), 600);
     check({4294967, 295999}, 4294967295, "4294968 s 999999000 ns");
     check({4294967, 296000}, 0, "4294969 s 0 ns");
     EXPECT_DEATH(check({1, -1}, 0, ""),

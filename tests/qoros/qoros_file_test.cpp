@@ -159,9 +159,6 @@ TEST(QorOsSearch, FindsWhatMatches) {
     EXPECT_EQ(QorOsSetFileTime("d/txt", 0x100000007), 1u);
     uint32_t size = 0;
     EXPECT_TRUE(QorOsGetFileSize("d/.hid", &size) == 1 && size == 5);
-    EXPECT_EQ(QorOsCopyFile("d", nullptr, 0) + QorOsChkAndCreateDir(nullptr) +
-                  QorOsDeleteDir(nullptr) + QorOsDeleteDirTree(nullptr),
-              0u);
     const std::string name(255, '0');
     const std::string slashes(1022, '/');
     const struct {
@@ -177,7 +174,6 @@ TEST(QorOsSearch, FindsWhatMatches) {
         {{"d/a*b"}, {".", "ab"}, 0},
         {{"d/a*b*c"}, {".", "aXb*c"}, 0},
         {{"a*b/"}, {".", "in"}, 0},
-        {{"s*"}, {".", "s/"}, 0},
         {{"l/" + name}, {".", name}, 0},
         {{"d/ab*b"}, {"."}, 0},
         {{"g*"}, {"gone."}, ENOENT},

@@ -4,14 +4,14 @@
 
 #include <algorithm>
 
-#include "plain_log.h"
+#include "own_log.h"
 #include "temp_directory.h"
 
 namespace {
 
 constexpr uint32_t key = 0x51420001;
 
-class QorOsMmfTest : public PlainLog {
+class QorOsMmfTest : public OwnLog {
 protected:
     const support::TempDirectory directory;
     const std::string file = directory.path("block");

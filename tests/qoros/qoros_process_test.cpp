@@ -3,10 +3,9 @@
 
 #include <csignal>
 #include <filesystem>
-#include <future>
-#include <vector>
+#include <regex>
 
-#include "plain_log.h"
+#include "own_log.h"
 #include "qoros/src/linux/qoros_cmdline.h"
 #include "temp_directory.h"
 
@@ -41,10 +40,10 @@ TEST(QorOsCommandLine, IsSplitAtBlanksOutsideQuotes) {
 }
 
 // Without the fixture's log but for messages: a program that is on its way would keep the block.
-class QorOsProcesses : public PlainLog {
+class QorOsProcesses : public OwnLog {
 protected:
     void SetUp() override {
-        EXPECT_EQ(std::system(placed(R"(cd @; umask 0; mkfifo in out; ln -s loop loop
+        EXPECT_EQ(std::system(placed(R"(cd @; umask 0; mkfifo in out
             mkdir a b c a/script; >a/tool; >b/tool; >c/tool; chmod 077 c/tool
             echo 'exit 4' >c/script
             echo 'test "$0|$#|$2" = "@/b/script|2|two words" && exit 5' >b/script
@@ -107,7 +106,7 @@ TEST_F(QorOsProcesses, RunInTheShell) {
     EXPECT_EQ(status("@/none 2>&-"), 127u);
     EXPECT_EQ(status("sh -c : x" + limit), UINT32_MAX);
     EXPECT_EQ(status(" \n\tsh\t \n-c  'exit 7' "), 7u);
-    PlainLog::SetUp();
+    OwnLog::SetUp();
     expectCall("TRACE QorOsCreateProcess: cmd execed: '/bin/sh -c : " + limit.substr(1) +
                    "'=0 (@)\n",
                1, [&] { return QorOsCreateProcess(("sh -c : " + limit).c_str()); });
@@ -115,7 +114,7 @@ TEST_F(QorOsProcesses, RunInTheShell) {
                [] { return QorOsCreateProcess(" \t\n"); });
     expectCall("ERROR QorOsCreateProcess: command (none) cannot be found (@)\n", 0,
                [] { return QorOsCreateProcess("none x"); });
-    PlainLog::TearDown();
+    OwnLog::TearDown();
     const std::string background = placed("sh -c 'read x; cat' <@/in >@/out");
     EXPECT_EQ(QorOsCreateProcessSw(background.c_str(), 0x10000), 1u);
     directory.write("in", "first\nsecond");
@@ -127,10 +126,8 @@ TEST_F(QorOsProcesses, TellTheirExitCodes) {
     const std::tuple<std::string, std::string, uint32_t> cases[] = {
         {"-", R"(sh -c "kill -9 $$")", 0},
         {"/bin", R"( sh -c "exit 1")", 127},
-        {"/bin", "sh" + repeated(" x", 4096), 127},
         {"@/none:@/a:@/a/tool:@/b", R"(script 1 "two words")", 5},
         {"@/" + std::string(5000, 'x') + ":@/b", R"(script 1 "two words")", 5},
-        {"@/loop:@/b", "script", 127},
         {"@/a:", "tool", 0}, // in the working directory
     };
     for (const auto& [list, line, expected] : cases) {
@@ -178,13 +175,10 @@ TEST_F(QorOsProcesses, TellWhenTheSystemHasNone) {
 }
 
 TEST_F(QorOsProcesses, StartFromManyThreads) {
-    std::vector<std::future<void>> threads;
-    for (uint32_t i = 0; i < 24; ++i) {
-        threads.push_back(std::async(std::launch::async, [this, i] {
-            EXPECT_EQ(exitCode(text("sh -c \"exit %u\"", i)), i);
-            EXPECT_EQ(QorOsCreateProcessAsyn("sh -c :", nullptr, nullptr), 1u);
-        }));
-    }
+    inThreads(24, [this](int i) {
+        EXPECT_EQ(exitCode(text("sh -c \"exit %d\"", i)), static_cast<uint32_t>(i));
+        EXPECT_EQ(QorOsCreateProcessAsyn("sh -c :", nullptr, nullptr), 1u);
+    });
 }
 
 } // namespace

@@ -1,11 +1,11 @@
 #include <pthread.h>
 #include <sched.h>
 
-#include "plain_log.h"
+#include "own_log.h"
 
 namespace {
 
-class QorOsThread : public PlainLog {};
+using QorOsThread = OwnLog;
 
 void* waitForCancel(void*) {
     for (;;) {
@@ -33,10 +33,9 @@ TEST_F(QorOsThread, StartsOnceAndIsCancelledOnce) {
     expectCall("TRACE QorOsThreadStop(0=w): do thread cancel\n", 1, [&] {
         return sum({QorOsThreadStop(&handle, &state, 1, nullptr, 0, "w"), state});
     });
-    seams::cancelError = EBUSY; // of one that is still there
-    for (int before = -1; before != seams::cancels; usleep(1000)) {
-        before = seams::cancels;
-        messages([&] { cancel(); });
+    pstLog = nullptr;
+    while (!cancel()) { // until it ended and is none of those that may be cancelled
+        usleep(1000);
     }
 }
 
@@ -49,22 +48,22 @@ uint32_t stop(uint32_t* state, int32_t limit) {
 }
 
 TEST_F(QorOsThread, PollsForAnAnswerUpToTheLimit) {
-    // The limit, in which poll it answers, how many there are.
-    const int cases[][3] = {{5, 0, 5}, {2, 2, 2}, {2, 1, 1}, {0, 3, 3}, {-1, 3, 3}};
-    for (const auto& row : cases) {
+    const auto check = [](int limit, int answered, int made, const std::string& late) {
         uint32_t state = 1;
         int polls = 0;
         seams::onSleep = [&](const timeval& duration) {
-            state = ++polls == row[1] ? 0 : state;
+            state = ++polls == answered ? 0 : state;
             return duration.tv_usec == 100000 ? 0 : ++polls;
         };
-        const bool late = row[2] == row[0];
-        const std::string limit = text("INFO  QorOsThreadStop: w timed out (%d00 ms)\n", row[0]);
-        expectCall("TRACE QorOsThreadStop: do thread w stop\n" + (late ? limit : "") +
+        expectCall("TRACE QorOsThreadStop: do thread w stop\n" + late +
                        "TRACE QorOsThreadStop: thread w is stopped\n",
-                   late ? 0 : 1, [&] { return stop(&state, row[0]); });
-        EXPECT_EQ(text("%d %u", polls, found), text("%d 3", row[2]));
-    }
+                   late.empty() ? 1 : 0, [&] { return stop(&state, limit); });
+        EXPECT_EQ(text("%d %u", polls, found), text("%d 3", made));
+    };
+    check(5, 0, 5, "INFO  QorOsThreadStop: w timed out (500 ms)\n");
+    check(2, 2, 2, "INFO  QorOsThreadStop: w timed out (200 ms)\n");
+    check(0, 3, 3, "");
+    check(-1, 3, 3, "");
 }
 
 TEST_F(QorOsThread, LeavesAThreadAloneThatStopsByItself) {
