@@ -15,6 +15,7 @@ TEST_F(QorOsLog, GoesWhereTheMaskSendsIt) {
                            const std::string& lines) {
         SCOPED_TRACE(text("level %X under %X", level, mask));
         *log->mask = mask;
+        seams::clockReads = 0;
         errno = ENOENT;
         const std::string output = messages([&] {
             QorOsvLog(to, level, "%d", 7);
@@ -24,6 +25,7 @@ TEST_F(QorOsLog, GoesWhereTheMaskSendsIt) {
         });
         EXPECT_EQ(errno, ENOENT);
         EXPECT_EQ(output + std::exchange(seams::syslogText, ""), lines);
+        EXPECT_EQ(seams::clockReads == 0, lines.empty());
     };
     check(log, QOR_LOG_STDOUT | QOR_LOG_TRACE, QOR_LOG_DEBUG, "");
     check(log, QOR_LOG_STDOUT | QOR_LOG_FATAL, QOR_LOG_FATAL | QOR_LOG_DEBUG, shown);
@@ -31,6 +33,21 @@ TEST_F(QorOsLog, GoesWhereTheMaskSendsIt) {
     check(log, 0xFFFFFFFF, QOR_LOG_STDOUT, "");
     check(nullptr, QOR_LOG_ERROR, QOR_LOG_ERROR, "");
     EXPECT_EQ(seams::syslogOpened, "QorOsLog 1 8");
+}
+
+TEST_F(QorOsLog, TellsWhatASearchLooksAt) {
+    const auto search = [this](const char* pattern, uint32_t level) {
+        *log->mask = QOR_LOG_STDOUT | level;
+        QorOsFind find;
+        char name[QOR_PATH_SIZE];
+        return messages([&] { QorOsFindFirst(&find, pattern, name, nullptr, nullptr, nullptr); });
+    };
+    EXPECT_EQ(search("no/x*", QOR_LOG_ERROR),
+              "ERROR FindFirst: opendir failed: 2=No such file or directory\n");
+    EXPECT_EQ(search("no/x*", QOR_LOG_TRACE),
+              "TRACE FindFirst: splitted input - path=no, file=x*\n");
+    const std::string looked = "TRACE FindNext: file = .. ; search file = ..*x\n";
+    EXPECT_NE(search("..*x", QOR_LOG_TRACE).find(looked), std::string::npos);
 }
 
 TEST_F(QorOsLog, CutsAndDumps) {

@@ -242,6 +242,20 @@ TEST_F(NamedSemaphores, OutliveAProcessThatIsKilled) {
     EXPECT_EQ(semctl(semget(key, 0, 0), 0, IPC_RMID), 0);
 }
 
+TEST_F(NamedSemaphores, AreGivenUpAfterASignalInAProgramThatEnds) {
+    QorOsMutex* const mutex = made(QorOsMutexCreate, key);
+    EXPECT_EQ(QorOsMutexWait(mutex, QOR_INFINITE, nullptr), 1u);
+    const pid_t waiter = startChild([=] {
+        QorOsSetShutdown();
+        signal(SIGALRM, [](int) {});
+        ualarm(10000, 10000); // us; one may come before the wait
+        EXPECT_EQ(QorOsMutexWait(mutex, QOR_INFINITE, nullptr), 0u);
+        EXPECT_EQ(errno, EINTR);
+    });
+    EXPECT_EQ(waitForChild(waiter), 0);
+    EXPECT_EQ(QorOsMutexClose(mutex), 1u);
+}
+
 TEST_F(NamedSemaphores, TakeAndGive) {
     QorOsMutex* const mutex = made(QorOsMutexCreate, key);
     QorOsEvent* const event = made(QorOsEventCreate, key + 1);
