@@ -18,7 +18,7 @@ namespace {
 constexpr uint32_t key = 0x51430001;
 
 // How often a semaphore's value was read.
-int reads = 0;
+std::atomic<int> reads{0};
 
 } // namespace
 
